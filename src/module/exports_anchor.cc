@@ -1,0 +1,2 @@
+// The shared object is built from the whole module library; this unit only
+// gives the linker a source of its own for that target.

@@ -1,0 +1,51 @@
+#include "module/mem_chunk.h"
+
+namespace propmap {
+
+cMemChunk::~cMemChunk() { Clear(); }
+
+tERROR cMemChunk::Resize(uint32_t size, bool keep) {
+  if (keep && data_ != nullptr) {
+    void* grown = data_;
+    tERROR err = HeapRealloc(host_, &grown, data_, size);
+    if (Failed(err)) return err;
+    if (grown == nullptr) return ErrNoMemory;
+    data_ = grown;
+    capacity_ = size;
+    if (used_ > size) used_ = size;
+    return ResultOk;
+  }
+  Clear();
+  capacity_ = 0;
+  void* block = nullptr;
+  tERROR err = HeapAlloc(host_, &block, size);
+  if (Failed(err)) return err;
+  data_ = block;
+  capacity_ = size;
+  return ResultOk;
+}
+
+void* cMemChunk::Reserve(uint32_t size, bool keep) {
+  if (size == kWholeSize || size <= capacity_) return data_;
+  return Succeeded(Resize(size, keep)) ? data_ : nullptr;
+}
+
+tERROR cMemChunk::Fit(uint32_t size, bool keep) {
+  if (size == kWholeSize) size = used_;
+  if (size == capacity_ && (size != 0 || data_ == nullptr)) return ResultOk;
+  if (size == 0) {
+    Clear();
+    capacity_ = 0;
+    return ResultOk;
+  }
+  return Resize(size, keep);
+}
+
+void cMemChunk::Clear() {
+  HeapFree(host_, data_);
+  data_ = nullptr;
+  used_ = 0;
+  capacity_ = 0;
+}
+
+}  // namespace propmap

@@ -1,0 +1,57 @@
+// cMemChunk: a growable byte buffer in host-heap storage.
+//
+// The working buffer of the copy and load paths. It owns at most one block,
+// allocated and released through the iObj it was made with; the destructor
+// releases it. A failed growth keeps the old block and contents.
+//
+// Thread-safety: none; one owner at a time.
+#pragma once
+
+#include <cstdint>
+
+#include "module/obj_services.h"
+
+namespace propmap {
+
+inline constexpr uint32_t kWholeSize = 0xFFFFFFFF;
+
+class tag_MemChunk {
+ public:
+  virtual ~tag_MemChunk() = default;
+  // Returns the data pointer with room for `size` bytes, or null when there is
+  // none. kWholeSize returns the current pointer unchanged. With `keep` the
+  // contents move to a grown block; without it the old block is dropped first.
+  virtual void* Reserve(uint32_t size, bool keep) = 0;
+  // Makes the capacity exactly `size` (kWholeSize: the used size); 0 releases.
+  [[nodiscard]] virtual tERROR Fit(uint32_t size, bool keep) = 0;
+  // Releases the block; data and used size become zero.
+  virtual void Clear() = 0;
+};
+
+class cMemChunk final : public tag_MemChunk {
+ public:
+  explicit cMemChunk(iObj* host) : host_(host) {}
+  ~cMemChunk() override;
+  cMemChunk(const cMemChunk&) = delete;
+  cMemChunk& operator=(const cMemChunk&) = delete;
+
+  void* Reserve(uint32_t size, bool keep) override;
+  [[nodiscard]] tERROR Fit(uint32_t size, bool keep) override;
+  void Clear() override;
+
+  void* data() const { return data_; }
+  uint32_t used() const { return used_; }
+  void set_used(uint32_t used) { used_ = used; }
+  uint32_t capacity() const { return capacity_; }
+
+ private:
+  // Resizes the block to exactly `size` bytes.
+  tERROR Resize(uint32_t size, bool keep);
+
+  void* data_ = nullptr;
+  uint32_t used_ = 0;
+  uint32_t capacity_ = 0;
+  iObj* host_;
+};
+
+}  // namespace propmap

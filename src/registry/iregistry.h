@@ -1,0 +1,65 @@
+// iRegistry: the one interface the module offers, as a table of 23 operations
+// called as table[slot](object, ...). The order of the members is the slot
+// order and part of the binary contract.
+//
+// Handles are key node addresses; 0 is the current root key; opening
+// operations write all ones to their output handle on failure.
+#pragma once
+
+#include <cstdint>
+
+#include "module/result_codes.h"
+
+namespace propmap {
+
+using hKey = uint64_t;
+inline constexpr hKey kInvalidHandle = ~hKey{0};
+
+struct iRegistry;
+
+struct iRegistryTable {
+  tERROR (*OpenKey)(iRegistry* self, hKey* key, hKey parent, const char* path, uint32_t create);
+  tERROR (*OpenKeyByIndex)(iRegistry* self, hKey* key, hKey parent, uint32_t index);
+  tERROR (*OpenNextKey)(iRegistry* self, hKey* next, hKey key);
+  tERROR (*CloseKey)(iRegistry* self, hKey key);
+  tERROR (*GetKeyName)(iRegistry* self, uint32_t* size, hKey key, void* buffer, uint32_t buffer_size,
+                       uint32_t full_path);
+  tERROR (*GetKeyNameByIndex)(iRegistry* self, uint32_t* size, hKey parent, uint32_t index, void* buffer,
+                              uint32_t buffer_size, uint32_t full_path);
+  tERROR (*GetValue)(iRegistry* self, uint32_t* size, hKey key, const char* name, uint32_t* type, void* buffer,
+                     uint32_t buffer_size);
+  tERROR (*GetValueByIndex)(iRegistry* self, uint32_t* size, hKey key, uint32_t index, uint32_t* type,
+                            void* buffer, uint32_t buffer_size);
+  tERROR (*GetValueNameByIndex)(iRegistry* self, uint32_t* size, hKey key, uint32_t index, void* buffer,
+                                uint32_t buffer_size);
+  tERROR (*SetValue)(iRegistry* self, hKey key, const char* name, uint32_t type, const void* data, uint32_t size,
+                     uint32_t create);
+  tERROR (*SetValueByIndex)(iRegistry* self, hKey key, uint32_t index, uint32_t type, const void* data,
+                            uint32_t size, uint32_t create);
+  tERROR (*GetKeyCount)(iRegistry* self, uint32_t* count, hKey key);
+  tERROR (*GetValueCount)(iRegistry* self, uint32_t* count, hKey key);
+  tERROR (*DeleteKey)(iRegistry* self, hKey parent, const char* path);
+  tERROR (*DeleteKeyByInd)(iRegistry* self, hKey parent, uint32_t index);
+  tERROR (*DeleteValue)(iRegistry* self, hKey key, const char* name);
+  tERROR (*DeleteValueByInd)(iRegistry* self, hKey key, uint32_t index);
+  tERROR (*Clean)(iRegistry* self);
+  tERROR (*CopyKey)(iRegistry* self, hKey source, iRegistry* destination, hKey destination_key);
+  tERROR (*CopyKeyByName)(iRegistry* self, const char* path, iRegistry* destination);
+  tERROR (*SetRootKey)(iRegistry* self, hKey key);
+  tERROR (*SetRootStr)(iRegistry* self, const char* path);
+  tERROR (*Flush)(iRegistry* self, uint32_t flag);
+};
+
+inline constexpr uint32_t kRegistryMethodCount = 23;
+static_assert(sizeof(iRegistryTable) == kRegistryMethodCount * sizeof(void*), "one slot per operation");
+
+// Any object whose first word is an iRegistry table (a store of this module
+// or of another instance).
+struct iRegistry {
+  const iRegistryTable* table;
+};
+
+// The module's own table.
+const iRegistryTable* RegistryTable();
+
+}  // namespace propmap

@@ -1,0 +1,99 @@
+// Construction, initialisation and destruction of a store.
+#include <cstring>
+#include <exception>
+#include <new>
+
+#include "module/trace.h"
+#include "registry/properties_map.h"
+#include "registry/store_lock.h"
+
+namespace propmap {
+namespace {
+
+void InstallModuleTables(PropertiesMap* store) {
+  store->registry.table = RegistryTable();
+  store->obj.table = PlaceholderObjTable();
+}
+
+tERROR Construct(PropertiesMap* store) {
+  InstallModuleTables(store);
+  ResetTree(store->tree());
+  new (&store->config.name) ixo::string_t();
+  store->pending_root = nullptr;
+  std::memset(&store->lock, 0, sizeof(store->lock));
+  store->lock_created = 0;
+  store->dirty = 0;
+  store->loaded = 0;
+  return ResultOk;
+}
+
+tERROR Destroy(PropertiesMap* store) noexcept {
+  InstallModuleTables(store);
+  if (HostObject* host = ModuleHost(); host != nullptr) store->obj.table = host->obj_table;
+  if (store->lock_created != 0) {
+    pthread_rwlock_destroy(&store->lock);
+    store->lock_created = 0;
+  }
+  HeapFree(&store->obj, store->pending_root);
+  store->pending_root = nullptr;
+  using ixo::string_t;
+  store->config.name.~string_t();
+  DestroyTree(store->tree());
+  ResetTree(store->tree());
+  return ResultOk;
+}
+
+}  // namespace
+
+tERROR CreateStoreLock(PropertiesMap* store) {
+  if (store->config.locking == 0 || store->lock_created != 0) return ResultOk;
+  pthread_rwlockattr_t attributes;
+  pthread_rwlockattr_init(&attributes);
+  pthread_rwlockattr_setkind_np(&attributes, PTHREAD_RWLOCK_PREFER_WRITER_NONRECURSIVE_NP);
+  int rc = pthread_rwlock_init(&store->lock, &attributes);
+  pthread_rwlockattr_destroy(&attributes);
+  if (rc != 0) return ResultFromErrno(static_cast<uint32_t>(rc));
+  store->lock_created = 1;
+  return ResultOk;
+}
+
+tERROR ObjectNew(void* object, uint32_t construct) {
+  PropertiesMap* store = PropertiesMap::From(object);
+  if (construct == 0) return Destroy(store);
+  try {
+    return Construct(store);
+  } catch (const std::exception& e) {
+    Trace(object, kTraceError, "krn\tException in PropertiesMap::ObjectNew: %s", e.what());
+  } catch (...) {
+    Trace(object, kTraceError, "krn\tException in PropertiesMap::ObjectNew");
+  }
+  return ErrUnexpected;
+}
+
+// Until profiles are loaded, initialisation makes an empty tree, applies a
+// root point given beforehand and creates the lock.
+tERROR InitDone(void* object) {
+  PropertiesMap* store = PropertiesMap::From(object);
+  tERROR err = InitTree(store->tree(), &store->obj);
+  if (Failed(err)) {
+    store->loaded = 0;
+    return err;
+  }
+  if (store->pending_root != nullptr) {
+    (void)SetCurrentKeyByPath(store->tree(), store->pending_root);
+    HeapFree(&store->obj, store->pending_root);
+    store->pending_root = nullptr;
+  }
+  store->loaded = 1;
+  return CreateStoreLock(store);
+}
+
+tERROR PreClose(void* object) {
+  PropertiesMap* store = PropertiesMap::From(object);
+  if (store->config.flush_on_close != 0) {
+    (void)store->registry.table->Flush(&store->registry, 1);
+  }
+  return ResultOk;
+}
+
+}  // namespace propmap

@@ -1,0 +1,69 @@
+// The store's iRegistry operations. Each one takes the store lock as its
+// table entry says, resolves its handle (0 is the current root key), works on
+// the tree, marks the store dirty when it changed something, releases the lock
+// and writes one trace line at level 600 (exceptions are noted per operation).
+//
+// Handle rules: a non-zero handle is used as the node itself, unchecked; no
+// handle resolves while the store has no tree. Opening operations write all
+// ones to their output handle on failure.
+#pragma once
+
+#include "registry/iregistry.h"
+#include "registry/properties_map.h"
+
+namespace propmap {
+
+// ---- Keys ----
+// Returns 0, KeyCreated when a key was made directly below the start key;
+// ErrInvalidHandle (no tree), ErrNotFound (missing, no create), ErrReadOnly
+// (missing, create on a read-only store), ErrNoMemory (creation failed).
+// Writes on failure: all ones in *key. Notes: a null path opens the parent.
+tERROR OpenKey(iRegistry* self, hKey* key, hKey parent, const char* path, uint32_t create);
+// Fails with ErrNotFound for an unresolvable parent or an index past the end.
+tERROR OpenKeyByIndex(iRegistry* self, hKey* key, hKey parent, uint32_t index);
+// Handle 0 is not resolved here: it always fails with ErrInvalidHandle, as
+// does the last sibling.
+tERROR OpenNextKey(iRegistry* self, hKey* next, hKey key);
+// Releases nothing; always 0.
+tERROR CloseKey(iRegistry* self, hKey key);
+// Text-out convention; full_path names the key below the current root.
+tERROR GetKeyName(iRegistry* self, uint32_t* size, hKey key, void* buffer, uint32_t buffer_size,
+                  uint32_t full_path);
+tERROR GetKeyNameByIndex(iRegistry* self, uint32_t* size, hKey parent, uint32_t index, void* buffer,
+                         uint32_t buffer_size, uint32_t full_path);
+tERROR GetKeyCount(iRegistry* self, uint32_t* count, hKey key);
+tERROR GetValueCount(iRegistry* self, uint32_t* count, hKey key);
+// Copies values and sub-keys through the destination's own operations; on
+// success marks this (the source) store dirty.
+tERROR CopyKey(iRegistry* self, hKey source, iRegistry* destination, hKey destination_key);
+tERROR CopyKeyByName(iRegistry* self, const char* path, iRegistry* destination);
+
+// ---- Values ----
+tERROR GetValue(iRegistry* self, uint32_t* size, hKey key, const char* name, uint32_t* type, void* buffer,
+                uint32_t buffer_size);
+tERROR GetValueByIndex(iRegistry* self, uint32_t* size, hKey key, uint32_t index, uint32_t* type, void* buffer,
+                       uint32_t buffer_size);
+tERROR GetValueNameByIndex(iRegistry* self, uint32_t* size, hKey key, uint32_t index, void* buffer,
+                           uint32_t buffer_size);
+tERROR SetValue(iRegistry* self, hKey key, const char* name, uint32_t type, const void* data, uint32_t size,
+                uint32_t create);
+tERROR SetValueByIndex(iRegistry* self, hKey key, uint32_t index, uint32_t type, const void* data, uint32_t size,
+                       uint32_t create);
+
+// ---- Deletion ----
+tERROR DeleteKey(iRegistry* self, hKey parent, const char* path);
+tERROR DeleteKeyByInd(iRegistry* self, hKey parent, uint32_t index);
+tERROR DeleteValue(iRegistry* self, hKey key, const char* name);
+tERROR DeleteValueByInd(iRegistry* self, hKey key, uint32_t index);
+tERROR Clean(iRegistry* self);
+
+// ---- Root and saving ----
+tERROR SetRootKey(iRegistry* self, hKey key);
+tERROR SetRootStr(iRegistry* self, const char* path);
+tERROR Flush(iRegistry* self, uint32_t flag);
+
+// The root operations' work without their trace lines (the accessors reuse it).
+[[nodiscard]] tERROR SetRootKeyUnlocked(PropertiesMap* store, hKey key);
+[[nodiscard]] tERROR SetRootStrUnlocked(PropertiesMap* store, const char* path);
+
+}  // namespace propmap

@@ -1,0 +1,166 @@
+#include "registry/value_conversion.h"
+
+#include <cstring>
+
+namespace propmap {
+namespace {
+
+// A host-heap block released when the scope ends.
+class HeapBlock {
+ public:
+  explicit HeapBlock(iObj* host) : host_(host) {}
+  ~HeapBlock() { HeapFree(host_, block_); }
+  HeapBlock(const HeapBlock&) = delete;
+  HeapBlock& operator=(const HeapBlock&) = delete;
+
+  [[nodiscard]] tERROR Allocate(uint32_t size) {
+    if (!HeapAvailable(host_)) return ErrNotImplemented;
+    return HeapAlloc(host_, &block_, size);
+  }
+  template <typename T>
+  T* as() const { return static_cast<T*>(block_); }
+  // Gives the block up: the caller owns it from now on.
+  void* Release() {
+    void* block = block_;
+    block_ = nullptr;
+    return block;
+  }
+
+ private:
+  iObj* host_;
+  void* block_ = nullptr;
+};
+
+// A temporary value destroyed when the scope ends.
+class TempValue {
+ public:
+  TempValue(iObj* host, tag_TYPE_ID type) : host_(host), value_(CreateValue(host, type)) {}
+  ~TempValue() { DestroyValue(host_, value_); }
+  TempValue(const TempValue&) = delete;
+  TempValue& operator=(const TempValue&) = delete;
+  iValue* get() const { return value_; }
+
+ private:
+  iObj* host_;
+  iValue* value_;
+};
+
+// The value's text in a fresh host block, terminated right after the bytes
+// GetText wrote (number and block texts carry no NUL of their own).
+tERROR FetchText(const iValue* value, HeapBlock* text, uint32_t* length) {
+  uint32_t count = 0;
+  tERROR err = value->GetText(nullptr, 0, &count);
+  if (Failed(err)) return err;
+  err = text->Allocate(count + 1);
+  if (Failed(err)) return err;
+  err = value->GetText(text->as<char>(), count, &count);
+  if (Failed(err)) return err;
+  text->as<char>()[count] = '\0';
+  *length = count;
+  return ResultOk;
+}
+
+// Hands wide characters to the caller's string object: a fresh host block of
+// count + 1 characters replaces (and frees) its previous one.
+tERROR FillStringObject(iObj* host, const uint32_t* chars, uint32_t count, StringObject* object) {
+  HeapBlock block(host);
+  tERROR err = block.Allocate((count + 1) * sizeof(wchar_t));
+  if (Failed(err)) return err;
+  wchar_t* out = block.as<wchar_t>();
+  for (uint32_t i = 0; i < count; ++i) out[i] = static_cast<wchar_t>(chars[i]);
+  out[count] = 0;
+  HeapFree(host, object->chars);
+  object->chars = static_cast<wchar_t*>(block.Release());
+  object->count = count;
+  return ResultOk;
+}
+
+}  // namespace
+
+uint32_t DecodeUtf8(const char* text, uint32_t length, uint32_t* out) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text);
+  uint32_t n = 0;
+  for (uint32_t i = 0; i < length;) {
+    unsigned char lead = bytes[i];
+    uint32_t extra;
+    uint32_t unit;
+    if (lead < 0x80) {
+      extra = 0, unit = lead;
+    } else if (lead >= 0xC0 && lead < 0xE0) {
+      extra = 1, unit = lead & 0x1F;
+    } else if (lead >= 0xE0 && lead < 0xF0) {
+      extra = 2, unit = lead & 0x0F;
+    } else if (lead >= 0xF0 && lead < 0xF8) {
+      extra = 3, unit = lead & 0x07;
+    } else {
+      out[n++] = '?';
+      ++i;
+      continue;
+    }
+    uint32_t j = 1;
+    while (j <= extra && i + j < length && (bytes[i + j] & 0xC0) == 0x80) {
+      unit = (unit << 6) | (bytes[i + j] & 0x3F);
+      ++j;
+    }
+    out[n++] = j > extra ? unit : '?';  // cut short: by the end or by a non-continuation byte
+    i += j;
+  }
+  out[n] = 0;
+  return n;
+}
+
+tERROR ReadConverted(iObj* host, const iValue* stored, tag_TYPE_ID requested, void* buffer, uint32_t buffer_size,
+                     uint32_t* size) {
+  const tag_TYPE_ID working = requested == tSTRING_OBJ ? tWSTRING : requested;
+  HeapBlock text(host);
+  uint32_t length = 0;
+  tERROR err = FetchText(stored, &text, &length);
+  if (Failed(err)) return err;
+  TempValue temp(host, working);
+  if (temp.get() == nullptr) return ErrNoMemory;
+
+  if (working == tWSTRING) {
+    HeapBlock wide(host);
+    err = wide.Allocate(4 * length + 4);
+    if (Failed(err)) return err;
+    uint32_t chars = DecodeUtf8(text.as<char>(), length, wide.as<uint32_t>());
+    err = temp.get()->SetData(wide.as<uint32_t>(), 4 * chars);
+  } else {
+    err = temp.get()->SetText(text.as<char>());
+  }
+  if (Failed(err)) return err;
+
+  if (requested != tSTRING_OBJ) return temp.get()->GetData(buffer, buffer_size, size);
+
+  // The string object receives the characters; the size output reports 0.
+  if (buffer == nullptr) return ErrBadParameter;
+  uint32_t bytes = 0;
+  err = temp.get()->GetData(nullptr, 0, &bytes);
+  if (Failed(err)) return err;
+  HeapBlock chars(host);
+  err = chars.Allocate(bytes + 4);
+  if (Failed(err)) return err;
+  std::memset(chars.as<char>(), 0, bytes + 4);
+  if (bytes != 0) {
+    err = temp.get()->GetData(chars.as<char>(), bytes, &bytes);
+    if (Failed(err)) return err;
+  }
+  uint32_t count = bytes >= 4 ? bytes / 4 - 1 : 0;  // without the 0 terminator
+  err = FillStringObject(host, chars.as<uint32_t>(), count, static_cast<StringObject*>(buffer));
+  if (Succeeded(err) && size != nullptr) *size = 0;
+  return err;
+}
+
+tERROR WriteConverted(iObj* host, iValue* stored, tag_TYPE_ID requested, const void* data, uint32_t size) {
+  TempValue temp(host, requested);
+  if (temp.get() == nullptr) return ErrNoMemory;
+  tERROR err = temp.get()->SetData(data, size);
+  if (Failed(err)) return err;
+  HeapBlock text(host);
+  uint32_t length = 0;
+  err = FetchText(temp.get(), &text, &length);
+  if (Failed(err)) return err;
+  return stored->SetText(text.as<char>());
+}
+
+}  // namespace propmap

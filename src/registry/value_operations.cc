@@ -1,0 +1,178 @@
+// Reading and writing values, with conversion between the caller's type and
+// the stored one.
+#include <cstring>
+
+#include "module/trace.h"
+#include "registry/operation_bodies.h"
+#include "registry/operations.h"
+#include "registry/store_access.h"
+#include "registry/store_lock.h"
+#include "registry/store_trace.h"
+#include "registry/text_out.h"
+#include "registry/value_conversion.h"
+
+namespace propmap {
+namespace {
+
+// A tBINARY value whose stored size equals the caller's size is exchanged as
+// raw bytes whatever type was asked for.
+tERROR ApplyExactSizeRule(PropertiesMap* store, const iValue* value, uint32_t caller_size, tag_TYPE_ID* requested) {
+  if (value->GetTypeId() != tBINARY) return ResultOk;
+  uint32_t stored_size = 0;
+  tERROR err = value->GetData(nullptr, 0, &stored_size);
+  if (Failed(err)) {
+    Trace(store, kTraceError, "Failed to get value: %terr", err);
+    return err;
+  }
+  if (stored_size == caller_size) *requested = tBINARY;
+  return ResultOk;
+}
+
+tERROR ReadValue(PropertiesMap* store, const iValue* value, uint32_t* type, void* buffer, uint32_t buffer_size,
+                 uint32_t* size) {
+  const tag_TYPE_ID stored = value->GetTypeId();
+  if (type != nullptr && *type == 0) *type = stored;
+  if (type == nullptr) return ErrBadParameter;
+  tag_TYPE_ID requested = *type != 0 ? *type : stored;
+  tERROR err = ApplyExactSizeRule(store, value, buffer_size, &requested);
+  if (Failed(err)) return err;
+  if (requested == stored) return value->GetData(buffer, buffer_size, size);
+  return ReadConverted(&store->obj, value, requested, buffer, buffer_size, size);
+}
+
+// Stores into an existing value; marks the store dirty on a change.
+tERROR WriteValue(PropertiesMap* store, iValue* value, tag_TYPE_ID requested, const void* data, uint32_t size) {
+  const tag_TYPE_ID stored = value->GetTypeId();
+  static const wchar_t kEmptyWide[1] = {0};
+  if (requested == tSTRING_OBJ) {
+    if (data == nullptr) return ErrBadParameter;
+    const auto* object = static_cast<const StringObject*>(data);
+    data = object->chars != nullptr ? object->chars : kEmptyWide;
+    size = object->chars != nullptr ? 4 * object->count : 0;
+    requested = tWSTRING;
+  }
+  // Wide strings take the caller's bytes as they are, whatever the type.
+  if (requested == stored || stored == tWSTRING) {
+    tERROR err = value->SetData(data, size);
+    if (Failed(err)) return err;
+    if (err != ValueUnchanged) MarkDirty(store);
+    return ResultOk;
+  }
+  tERROR err = ApplyExactSizeRule(store, value, size, &requested);
+  if (Failed(err)) return err;
+  err = WriteConverted(&store->obj, value, requested, data, size);
+  if (Failed(err)) return err;
+  MarkDirty(store);  // through text even an equal content counts as a change
+  return ResultOk;
+}
+
+
+}  // namespace
+
+tERROR GetValue(iRegistry* self, uint32_t* size, hKey key, const char* name, uint32_t* type, void* buffer,
+                uint32_t buffer_size) {
+  PropertiesMap* store = PropertiesMap::From(self);
+  StoreLock lock(store, LockMode::kShared);
+  tERROR err = ErrInvalidHandle;
+  if (KeyNode* node = Resolve(store, key); node != nullptr) {
+    const iValue* value = name != nullptr ? FindValue(node, name) : nullptr;
+    if (name == nullptr) {
+      err = ErrBadParameter;
+    } else {
+      err = value != nullptr ? ReadValue(store, value, type, buffer, buffer_size, size) : ErrNotFound;
+    }
+  }
+  Trace(store, kTraceOperation, "prmap\tGetting value %s\\%s: %terr", "?", name, err);
+  return err;
+}
+
+tERROR GetValueByIndexBody(PropertiesMap* store, uint32_t* size, hKey key, uint32_t index, uint32_t* type,
+                           void* buffer, uint32_t buffer_size) {
+  tERROR err = ErrInvalidHandle;
+  if (KeyNode* node = Resolve(store, key); node != nullptr) {
+    const iValue* value = propmap::GetValueByIndex(node, index);
+    err = value != nullptr ? ReadValue(store, value, type, buffer, buffer_size, size) : ErrNotFound;
+  }
+  Trace(store, kTraceOperation, "prmap\tGetting value by index %d: %terr", static_cast<int>(index), err);
+  return err;
+}
+
+tERROR GetValueByIndex(iRegistry* self, uint32_t* size, hKey key, uint32_t index, uint32_t* type, void* buffer,
+                       uint32_t buffer_size) {
+  PropertiesMap* store = PropertiesMap::From(self);
+  StoreLock lock(store, LockMode::kShared);
+  return GetValueByIndexBody(store, size, key, index, type, buffer, buffer_size);
+}
+
+tERROR GetValueNameByIndexBody(PropertiesMap* store, uint32_t* size, hKey key, uint32_t index, void* buffer,
+                               uint32_t buffer_size) {
+  tERROR err;
+  if (KeyNode* node = Resolve(store, key); node == nullptr) {
+    if (size != nullptr) *size = 0;
+    err = ErrInvalidHandle;
+  } else {
+    // Past the last value there is no text: size 0, and not an error.
+    const char* name = GetValueNameByIndex(node, index);
+    err = CopyTextOut(name, name != nullptr ? std::strlen(name) : 0, buffer, buffer_size, size);
+  }
+  TraceOperation(store, "GetValueNameByIndex", err);
+  return err;
+}
+
+tERROR GetValueNameByIndex(iRegistry* self, uint32_t* size, hKey key, uint32_t index, void* buffer,
+                           uint32_t buffer_size) {
+  PropertiesMap* store = PropertiesMap::From(self);
+  StoreLock lock(store, LockMode::kShared);
+  return GetValueNameByIndexBody(store, size, key, index, buffer, buffer_size);
+}
+
+tERROR SetValue(iRegistry* self, hKey key, const char* name, uint32_t type, const void* data, uint32_t size,
+                uint32_t create) {
+  PropertiesMap* store = PropertiesMap::From(self);
+  StoreLock lock(store, LockMode::kExclusive);
+  tERROR err;
+  if (IsReadOnly(store)) {
+    err = ErrReadOnly;
+  } else {
+    KeyNode* node = Resolve(store, key);
+    // Deliberately silent: an unresolvable key returns without a line.
+    if (node == nullptr) return ErrInvalidHandle;
+    if (name == nullptr) {
+      err = ErrBadParameter;
+    } else if (iValue* value = FindValue(node, name); value != nullptr) {
+      err = WriteValue(store, value, type, data, size);
+    } else if (create == 0) {
+      err = ErrNotFound;
+    } else {
+      err = AddUniqueValue(node, name, type, data, size);
+      if (Succeeded(err)) MarkDirty(store);
+    }
+  }
+  Trace(store, kTraceOperation, "prmap\t%s %s (0x%x:%d): %terr", "SetValue", name,
+        Low32(reinterpret_cast<uint64_t>(data)), static_cast<int>(size), err);
+  return err;
+}
+
+tERROR SetValueByIndex(iRegistry* self, hKey key, uint32_t index, uint32_t type, const void* data, uint32_t size,
+                       uint32_t create) {
+  PropertiesMap* store = PropertiesMap::From(self);
+  StoreLock lock(store, LockMode::kExclusive);
+  tERROR err;
+  if (IsReadOnly(store)) {
+    err = ErrReadOnly;
+  } else if (KeyNode* node = Resolve(store, key); node == nullptr) {
+    err = ErrInvalidHandle;
+  } else if (iValue* value = propmap::GetValueByIndex(node, index); value != nullptr) {
+    err = WriteValue(store, value, type, data, size);
+  } else if (create == 0) {
+    err = ErrNotFound;
+  } else {
+    err = AddValueAt(node, index, type, data, size);
+    if (Succeeded(err)) MarkDirty(store);
+  }
+  Trace(store, kTraceOperation, "prmap\t%s %d (0x%x:%d): %terr", "SetValueByIndex", static_cast<int>(index),
+        Low32(reinterpret_cast<uint64_t>(data)), static_cast<int>(size), err);
+  return err;
+}
+
+}  // namespace propmap

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "support/utf8.h"
+
 namespace propmap {
 namespace {
 
@@ -77,38 +79,6 @@ tERROR FillStringObject(iObj* host, const uint32_t* chars, uint32_t count, Strin
 
 }  // namespace
 
-uint32_t DecodeUtf8(const char* text, uint32_t length, uint32_t* out) {
-  const auto* bytes = reinterpret_cast<const unsigned char*>(text);
-  uint32_t n = 0;
-  for (uint32_t i = 0; i < length;) {
-    unsigned char lead = bytes[i];
-    uint32_t extra;
-    uint32_t unit;
-    if (lead < 0x80) {
-      extra = 0, unit = lead;
-    } else if (lead >= 0xC0 && lead < 0xE0) {
-      extra = 1, unit = lead & 0x1F;
-    } else if (lead >= 0xE0 && lead < 0xF0) {
-      extra = 2, unit = lead & 0x0F;
-    } else if (lead >= 0xF0 && lead < 0xF8) {
-      extra = 3, unit = lead & 0x07;
-    } else {
-      out[n++] = '?';
-      ++i;
-      continue;
-    }
-    uint32_t j = 1;
-    while (j <= extra && i + j < length && (bytes[i + j] & 0xC0) == 0x80) {
-      unit = (unit << 6) | (bytes[i + j] & 0x3F);
-      ++j;
-    }
-    out[n++] = j > extra ? unit : '?';  // cut short: by the end or by a non-continuation byte
-    i += j;
-  }
-  out[n] = 0;
-  return n;
-}
-
 tERROR ReadConverted(iObj* host, const iValue* stored, tag_TYPE_ID requested, void* buffer, uint32_t buffer_size,
                      uint32_t* size) {
   const tag_TYPE_ID working = requested == tSTRING_OBJ ? tWSTRING : requested;
@@ -123,7 +93,7 @@ tERROR ReadConverted(iObj* host, const iValue* stored, tag_TYPE_ID requested, vo
     HeapBlock wide(host);
     err = wide.Allocate(4 * length + 4);
     if (Failed(err)) return err;
-    uint32_t chars = DecodeUtf8(text.as<char>(), length, wide.as<uint32_t>());
+    const auto chars = static_cast<uint32_t>(Utf8Decode(text.as<char>(), length, wide.as<uint32_t>()));
     err = temp.get()->SetData(wide.as<uint32_t>(), 4 * chars);
   } else {
     err = temp.get()->SetText(text.as<char>());

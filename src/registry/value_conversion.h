@@ -28,9 +28,4 @@ struct StringObject {
 [[nodiscard]] tERROR WriteConverted(iObj* host, iValue* stored, tag_TYPE_ID requested, const void* data,
                                     uint32_t size);
 
-// UTF-8 to 32-bit characters: `out` needs 4 * length + 4 bytes; the result is
-// terminated by a 0 character. A sequence cut short by the end, or a byte that
-// cannot start one, gives '?'. Returns the number of characters (without 0).
-uint32_t DecodeUtf8(const char* text, uint32_t length, uint32_t* out);
-
 }  // namespace propmap

@@ -1,0 +1,112 @@
+#include "values/text_rules.h"
+
+#include <cctype>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace propmap {
+namespace {
+
+// The shared steps of the unsigned and signed rules; `convert` is strtoul,
+// strtoull or strtol and `overflowed` tells whether a base-16 result is one
+// of the conversion's overflow answers.
+template <typename Number, typename Convert, typename Overflowed>
+tERROR ParseWholeText(const char* text, Convert convert, Overflowed overflowed, Number* out) {
+  if (text == nullptr) return ErrBadParameter;
+  char* end = nullptr;
+  Number value = convert(text, &end, 10);
+  if (*end != '\0') {
+    value = convert(text, &end, 16);
+    if (*end != '\0' || overflowed(value)) return ErrBadParameter;
+  }
+  *out = value;
+  return ResultOk;
+}
+
+}  // namespace
+
+tERROR ParseUnsignedText(const char* text, uint64_t maximum, uint64_t* out) {
+  unsigned long value = 0;
+  tERROR err = ParseWholeText<unsigned long>(
+      text, [](const char* t, char** e, int base) { return std::strtoul(t, e, base); },
+      [](unsigned long v) { return v == ULONG_MAX; }, &value);
+  if (Failed(err)) return err;
+  if (value > maximum) return ErrBadParameter;
+  *out = value;
+  return ResultOk;
+}
+
+tERROR ParseUnsignedLongLongText(const char* text, uint64_t* out) {
+  unsigned long long value = 0;
+  tERROR err = ParseWholeText<unsigned long long>(
+      text, [](const char* t, char** e, int base) { return std::strtoull(t, e, base); },
+      [](unsigned long long v) { return v == ULLONG_MAX; }, &value);
+  if (Succeeded(err)) *out = value;
+  return err;
+}
+
+tERROR ParseSignedText(const char* text, int64_t maximum, int64_t* out) {
+  long value = 0;
+  tERROR err = ParseWholeText<long>(
+      text, [](const char* t, char** e, int base) { return std::strtol(t, e, base); },
+      [](long v) { return v == LONG_MIN || v == LONG_MAX; }, &value);
+  if (Failed(err)) return err;
+  if (value > maximum) return ErrBadParameter;
+  *out = value;
+  return ResultOk;
+}
+
+tERROR ParseDoubleText(const char* text, double* inout) {
+  if (text == nullptr) return ErrBadParameter;
+  double value = 0;
+  const int converted = std::sscanf(text, "%lf", &value);
+  if (converted == EOF) return ErrBadParameter;
+  if (converted == 1) *inout = value;
+  return ResultOk;
+}
+
+tERROR ParseBooleanText(const char* text, uint32_t* out) {
+  if (text == nullptr) return ErrBadParameter;
+  auto space = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
+  const char* token = text;
+  while (space(*token)) ++token;
+  if (*token != '\0') {
+    const char* end = token;
+    while (*end != '\0' && !space(*end)) ++end;
+    const size_t length = static_cast<size_t>(end - token);
+    if (length == 4 && std::memcmp(token, "true", 4) == 0) {
+      *out = 1;
+      return ResultOk;
+    }
+    if (length == 5 && std::memcmp(token, "false", 5) == 0) {
+      *out = 0;
+      return ResultOk;
+    }
+  }
+  // Numbers must start at the very first byte: " 1" is refused on purpose.
+  if (text[0] < '0' || text[0] > '9') return ErrBadParameter;
+  *out = static_cast<uint32_t>(std::strtoul(text, nullptr, 0));
+  return ResultOk;
+}
+
+bool DecodeHexPairs(const char* text, uint32_t count, unsigned char* out) {
+  for (uint32_t i = 0; i < count; ++i) {
+    const char pair[] = {'0', 'x', text[2 * i], text[2 * i + 1], '\0'};
+    uint64_t byte = 0;
+    if (Failed(ParseUnsignedText(pair, 0xFF, &byte))) return false;
+    out[i] = static_cast<unsigned char>(byte);
+  }
+  return true;
+}
+
+void EncodeHexPairs(const unsigned char* bytes, uint32_t count, char* out) {
+  static constexpr char kDigits[] = "0123456789ABCDEF";
+  for (uint32_t i = 0; i < count; ++i) {
+    out[2 * i] = kDigits[bytes[i] >> 4];
+    out[2 * i + 1] = kDigits[bytes[i] & 0x0F];
+  }
+}
+
+}  // namespace propmap

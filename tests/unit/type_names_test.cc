@@ -1,0 +1,90 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "values/type_id.h"
+
+namespace propmap {
+namespace {
+
+// Looks the name up from a heap block of exactly `length` bytes, so that any
+// read past the counted input is an over-read the sanitizer sees.
+tag_TYPE_ID Lookup(const std::string& text, size_t length) {
+  std::vector<char> exact(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(length));
+  return TypeIdFromName(exact.data(), length);
+}
+tag_TYPE_ID Lookup(const std::string& text) { return Lookup(text, text.size()); }
+
+// The reference answer: a plain scan of the name table.
+tag_TYPE_ID ScanNames(const std::string& text) {
+  for (tag_TYPE_ID id = 0; id < kTypeNameCount; ++id) {
+    if (TypeNames[id] != nullptr && text == TypeNames[id]) return id;
+  }
+  return 0;
+}
+
+TEST(TypeIdFromNameTest, Examples) {
+  const struct {
+    const char* text;
+    tag_TYPE_ID id;
+  } cases[] = {
+      {"tVOID", 1},   {"tDOUBLE", 32}, {"tMSGCLS_ID", 63}, {"tSTR_DSC", 59}, {"tSIZE_T", 60}, {"tINT", 13},
+      {"tVECTOR", 55}, {"tBINARY", 48}, {"tTYPE_ID", 54},  {"tIN", 0},       {"tDWORDS", 0}, {"tDWOR", 0},
+      {"tdword", 0},  {"tDword", 0},   {"xDWORD", 0},      {"tAPPLE", 0},    {"tXDWORD", 0}, {"t_DWORD", 0},
+      {"tGOOD", 0},   {"", 0},         {"t", 0},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Lookup(c.text), c.id) << c.text;
+}
+
+TEST(TypeIdFromNameTest, MatchesOnTheCountedLengthOnly) {
+  EXPECT_EQ(Lookup("tBYTEx", 5), tBYTE);
+  EXPECT_EQ(TypeIdFromName("tLONGLONG", 5), tLONG);
+  EXPECT_EQ(TypeIdFromName("tINT\0", 5), 0u);  // a NUL inside the count is a byte like any other
+}
+
+// Every name, every shorter prefix and every one-byte extension agrees with a
+// plain scan of the table: the lookup is exact and case-sensitive.
+TEST(TypeIdFromNameTest, AgreesWithTableScanAroundEveryName) {
+  int named = 0;
+  for (tag_TYPE_ID id = 0; id < kTypeNameCount; ++id) {
+    if (TypeNames[id] == nullptr) continue;
+    ++named;
+    const std::string name = TypeNames[id];
+    EXPECT_EQ(Lookup(name), id) << name;
+    for (size_t length = 0; length < name.size(); ++length) {
+      EXPECT_EQ(Lookup(name, length), ScanNames(name.substr(0, length))) << name << " cut to " << length;
+    }
+    for (int c = 1; c < 256; ++c) {
+      const std::string longer = name + static_cast<char>(c);
+      ASSERT_EQ(Lookup(longer), ScanNames(longer)) << name << " + " << c;
+    }
+  }
+  EXPECT_EQ(named, 47);
+}
+
+TEST(TypeNameOfTest, NamesAndGaps) {
+  EXPECT_STREQ(TypeNameOf(tWSTRING), "tWSTRING");
+  EXPECT_STREQ(TypeNameOf(tERROR_TYPE), "tERROR");
+  EXPECT_STREQ(TypeNameOf(tMSGCLS_ID), "tMSGCLS_ID");
+  for (tag_TYPE_ID id : {0u, 16u, 33u, 40u, 47u}) EXPECT_EQ(TypeNameOf(id), nullptr) << id;
+}
+
+TEST(HasValueClassTest, ExactlyTheStorableIdentifiers) {
+  std::vector<tag_TYPE_ID> with_class;
+  for (tag_TYPE_ID id = 0; id < 300; ++id) {
+    if (HasValueClass(id)) with_class.push_back(id);
+  }
+  std::vector<tag_TYPE_ID> expected;
+  for (tag_TYPE_ID id = 1; id <= 32; ++id) {
+    if (id != 16) expected.push_back(id);
+  }
+  expected.push_back(tBINARY);
+  expected.push_back(tTYPE_ID);
+  EXPECT_EQ(with_class, expected);
+  EXPECT_FALSE(HasValueClass(0xFFFFFFFFu));
+}
+
+}  // namespace
+}  // namespace propmap

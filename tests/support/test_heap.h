@@ -45,13 +45,16 @@ class TestHeap {
   uint64_t allocations() const { std::lock_guard g(mu_); return allocations_; }
 
   // The n-th allocation or reallocation from now (1-based) fails with `code`;
-  // with `persistent` every later one fails too. n = 0 disarms.
+  // with `persistent` every later one fails too. n = 0 disarms. Arming
+  // starts a new count for failed_any().
   void FailAt(uint64_t n, bool persistent = false, tERROR code = ErrNoMemory) {
     std::lock_guard g(mu_);
     fail_at_ = n == 0 ? 0 : allocations_ + n;
+    if (n != 0) failures_ = 0;
     persistent_ = persistent;
     code_ = code;
   }
+  // Whether an injected failure happened since the heap was last armed.
   bool failed_any() const { std::lock_guard g(mu_); return failures_ > 0; }
 
  private:

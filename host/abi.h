@@ -149,10 +149,14 @@ inline constexpr uint32_t kStreamSlots = 5;
 inline constexpr uint32_t kRegistrySlots = 23;
 
 // Type identifiers the typed client uses.
+inline constexpr TypeId tWORD = 3;
 inline constexpr TypeId tDWORD = 4;
 inline constexpr TypeId tQWORD = 5;
+inline constexpr TypeId tBOOL = 6;
 inline constexpr TypeId tSTRING = 9;
 inline constexpr TypeId tWSTRING = 10;
+inline constexpr TypeId tLONG = 18;
+inline constexpr TypeId tDOUBLE = 32;
 inline constexpr TypeId tBINARY = 48;
 inline constexpr TypeId tSTRING_OBJ = 56;
 

@@ -55,6 +55,21 @@ Result<std::string> Client::GetString(hKey key, const std::string& name) const {
   });
 }
 
+Result<std::string> Client::ValueTextByIndex(hKey key, uint32_t index, TypeId* stored_type) const {
+  if (stored_type != nullptr) {
+    // Type 0 asks for the stored type; a zero-sized buffer only sizes the value.
+    uint32_t type = 0;
+    uint32_t size = 0;
+    tERROR err = registry_.GetValueByIndex(&size, key, index, &type, nullptr, 0);
+    if (Failed(err) && err != kErrBufferTooSmall) return {err, {}};
+    *stored_type = type;
+  }
+  return FetchText([&](void* buffer, uint32_t buffer_size, uint32_t* size) {
+    uint32_t type = tSTRING;
+    return registry_.GetValueByIndex(size, key, index, &type, buffer, buffer_size);
+  });
+}
+
 Result<std::string> Client::KeyName(hKey key, bool full_path) const {
   return FetchText([&](void* buffer, uint32_t buffer_size, uint32_t* size) {
     return registry_.GetKeyName(size, key, buffer, buffer_size, full_path ? 1 : 0);

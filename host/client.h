@@ -32,6 +32,10 @@ class Client {
   tERROR SetString(hKey key, const std::string& name, const std::string& value, bool create = true) const;
   Result<std::string> GetString(hKey key, const std::string& name) const;
 
+  // The index-th value of a key as text (read as tSTRING, so the store
+  // converts it); its stored type goes to *stored_type when given.
+  Result<std::string> ValueTextByIndex(hKey key, uint32_t index, TypeId* stored_type = nullptr) const;
+
   Result<std::string> KeyName(hKey key, bool full_path = false) const;
   // Names of the sub-keys / values of a key, in the store's order.
   Result<std::vector<std::string>> SubkeyNames(hKey key = 0) const;

@@ -17,5 +17,5 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:ha
   ctest --test-dir build/asan --output-on-failure -j"$jobs"
 
 echo "== ThreadSanitizer (multi-threaded tests)"
-bash scripts/build.sh build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPROPMAP_SANITIZE=thread -DPROPMAP_BUILD_BENCH=OFF
+BUILD_TARGETS="propmap concurrency_tests" bash scripts/build.sh build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPROPMAP_SANITIZE=thread -DPROPMAP_BUILD_BENCH=OFF
 TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build/tsan --output-on-failure -L concurrency -j"$jobs"

@@ -48,17 +48,19 @@ class TempValue {
 };
 
 // The value's text in a fresh host block, terminated right after the bytes
-// GetText wrote (number and block texts carry no NUL of their own).
+// GetText wrote (number and block texts carry no NUL of their own). The
+// block is zero-filled first: a block's count claims one byte more than its
+// hexadecimal digits, and the heap's fresh bytes must not become text.
 tERROR FetchText(const iValue* value, HeapBlock* text, uint32_t* length) {
   uint32_t count = 0;
   tERROR err = value->GetText(nullptr, 0, &count);
   if (Failed(err)) return err;
   err = text->Allocate(count + 1);
   if (Failed(err)) return err;
+  std::memset(text->as<char>(), 0, static_cast<size_t>(count) + 1);
   err = value->GetText(text->as<char>(), count, &count);
   if (Failed(err)) return err;
-  text->as<char>()[count] = '\0';
-  *length = count;
+  *length = static_cast<uint32_t>(std::strlen(text->as<char>()));
   return ResultOk;
 }
 

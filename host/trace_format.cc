@@ -65,7 +65,9 @@ FormattedLine FormatTrace(const char* format, va_list args) {
       else pad = '0';
     }
     size_t width = 0;
-    for (; *conversion >= '0' && *conversion <= '9'; ++conversion) width = width * 10 + static_cast<size_t>(*conversion - '0');
+    for (; *conversion >= '0' && *conversion <= '9'; ++conversion) {
+      width = width * 10 + static_cast<size_t>(*conversion - '0');
+    }
     if (left) pad = ' ';
     char buf[32];
     std::string body;

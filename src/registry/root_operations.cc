@@ -98,7 +98,10 @@ tERROR setRootKey(void* object, uint32_t* size, uint32_t, char* buffer, uint32_t
 tERROR getRootPoint(void* object, uint32_t* size, uint32_t, char* buffer, uint32_t buffer_size) {
   PropertiesMap* store = PropertiesMap::From(object);
   if (size != nullptr) *size = 0;
-  tERROR err = store->has_tree() ? CopyKeyPathOut(store->tree(), store->tree()->root, store->tree()->current, buffer, buffer_size, size) : ErrNotImplemented;
+  PropertiesTree* tree = store->tree();
+  tERROR err = store->has_tree()
+                   ? CopyKeyPathOut(tree, tree->root, tree->current, buffer, buffer_size, size)
+                   : ErrNotImplemented;
   TraceOperation(store, "getRootPoint", err);
   return err;
 }

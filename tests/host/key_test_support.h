@@ -1,27 +1,27 @@
 // Helpers for the key, root and copy tests: the trace lines one call wrote,
-// a tree built from paths, and a whole subtree read back through the
-// enumeration operations so two stores can be compared.
+// a tree built from paths, a whole subtree read back through the enumeration
+// operations so two stores can be compared, and tables of calls (Row) that
+// pin code, outputs and trace lines of each call in one line.
 //
 // Thread-safety: for the test's main thread.
 #pragma once
 
-#include <cstdio>
+#include <cstring>
+#include <functional>
 #include <initializer_list>
+#include <span>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "result_names.h"
-#include "store.h"
+#include "host_fixture.h"
 
 namespace prhost::testing {
 
-inline constexpr uint32_t kOperationLevel = 600;
-
-// Runs `call` and hands back its code together with the lines it made the
-// module write for `store`.
+// Runs `call`; returns its code and the lines it made the module write for `store`.
 template <typename Call>
 std::pair<tERROR, std::vector<TraceLine>> Traced(const Store& store, Call&& call) {
   const size_t before = store.TraceLines().size();
@@ -31,27 +31,12 @@ std::pair<tERROR, std::vector<TraceLine>> Traced(const Store& store, Call&& call
   return {code, std::move(lines)};
 }
 
-// The lines expected for `store`, all at the operation level.
-inline std::vector<TraceLine> OperationLines(const Store& store, std::initializer_list<std::string> texts) {
-  std::vector<TraceLine> lines;
-  for (const std::string& text : texts) lines.push_back(TraceLine{kOperationLevel, store.object(), text, true});
-  return lines;
-}
+// A line expected for `store` at the operation level.
+inline TraceLine Line(const Store& store, std::string text) { return TraceLine{600, store.object(), text, true}; }
 
-// Handles appear in lines by their low 32 bits, as "%x" or as "%d".
-inline std::string HexLow(hKey key) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%x", static_cast<uint32_t>(key));
-  return text;
-}
-inline std::string SignedLow(hKey key) { return std::to_string(static_cast<int32_t>(static_cast<uint32_t>(key))); }
-
-// Creates every path below the current root.
 inline void MakeKeys(const Store& store, std::initializer_list<const char*> paths) {
   for (const char* path : paths) {
-    hKey key = kInvalidKey;
-    tERROR code = store.registry().OpenKey(&key, 0, path, 1);
-    if (Failed(code)) ADD_FAILURE() << "creating " << path << ": " << FormatResult(code);
+    if (Failed(store.registry().OpenKey(nullptr, 0, path, 1))) ADD_FAILURE() << "creating " << path;
   }
 }
 
@@ -62,62 +47,118 @@ inline hKey KeyAt(const Store& store, const char* path) {
   return key;
 }
 
-// Full path of a key below the current root, "" when it cannot be named.
+// Full path of a key below the current root, "none" for all ones, or the error code.
 inline std::string FullName(const Store& store, hKey key) {
+  if (key == kInvalidKey) return "none";
   Result<std::string> name = store.client().KeyName(key, true);
   return name.ok() ? name.value : "<" + FormatResult(name.code) + ">";
 }
 
-// The subtree below `top` in enumeration order, one entry per key
-// ("a\b") and per value ("a\b|Name|type|hex bytes"), names in their stored
-// case. Walks with an explicit stack so deep chains are fine.
+// The subtree below `top` in enumeration order, one entry per key ("a\b")
+// and per value ("a\b|Name|type|hex bytes"). Iterative, so deep chains are fine.
 inline std::vector<std::string> Dump(const Registry& r, hKey top = 0) {
   std::vector<std::string> out;
   std::vector<std::pair<hKey, std::string>> pending{{top, ""}};
   while (!pending.empty()) {
     auto [key, path] = pending.back();
     pending.pop_back();
-    uint32_t values = 0;
-    uint32_t keys = 0;
-    if (Failed(r.GetValueCount(&values, key)) || Failed(r.GetKeyCount(&keys, key))) {
+    uint32_t values = 0, keys = 0;
+    const bool readable = Succeeded(r.GetValueCount(&values, key)) && Succeeded(r.GetKeyCount(&keys, key));
+    if (!readable) {
       out.push_back(path + " <unreadable>");
       continue;
     }
     if (!path.empty()) out.push_back(path);
     for (uint32_t i = 0; i < values; ++i) {
-      uint32_t size = 0;
       char name[256] = {};
+      unsigned char bytes[256] = {};
+      uint32_t size = 0, type = 0;
       tERROR code = r.GetValueNameByIndex(&size, key, i, name, sizeof name);
-      uint32_t type = 0;
-      uint32_t data_size = 0;
-      if (Succeeded(code)) code = r.GetValueByIndex(&data_size, key, i, &type, nullptr, 0);
-      std::string bytes(data_size, '\0');
-      if (Succeeded(code) && data_size != 0) {
-        code = r.GetValueByIndex(&data_size, key, i, &type, bytes.data(), data_size);
-      }
-      std::string hex;
-      for (unsigned char c : bytes) {
-        char two[4];
-        std::snprintf(two, sizeof two, "%02x", c);
-        hex += two;
-      }
-      out.push_back(path + "|" + name + "|" + std::to_string(type) + "|" + hex +
-                    (Failed(code) ? " <" + FormatResult(code) + ">" : ""));
+      if (Succeeded(code)) code = r.GetValueByIndex(&size, key, i, &type, bytes, sizeof bytes);
+      std::string entry = path + "|" + name + "|" + std::to_string(type) + "|";
+      if (Failed(code)) entry += FormatResult(code);
+      const char* hex = "0123456789abcdef";
+      for (uint32_t b = 0; Succeeded(code) && b < size; ++b) entry += {hex[bytes[b] >> 4], hex[bytes[b] & 15]};
+      out.push_back(entry);
     }
-    // Pushed in reverse so that sub-keys come out in their order.
-    for (uint32_t i = keys; i-- > 0;) {
+    for (uint32_t i = keys; i-- > 0;) {  // reversed so sub-keys come out in order
       hKey child = kInvalidKey;
-      uint32_t size = 0;
       char name[256] = {};
-      if (Failed(r.OpenKeyByIndex(&child, key, i)) ||
-          Failed(r.GetKeyNameByIndex(&size, key, i, name, sizeof name, 0))) {
-        out.push_back(path + " <child " + std::to_string(i) + " unreadable>");
-        continue;
-      }
-      pending.emplace_back(child, path.empty() ? std::string(name) : path + "\\" + name);
+      uint32_t size = 0;
+      if (Failed(r.OpenKeyByIndex(&child, key, i)) || Failed(r.GetKeyNameByIndex(&size, key, i, name, sizeof name, 0)))
+        out.push_back(path + " <child unreadable>");
+      else
+        pending.emplace_back(child, path.empty() ? std::string(name) : path + "\\" + name);
     }
   }
   return out;
+}
+
+// What one call wrote through its outputs; untouched fields keep their fill.
+struct Out {
+  static constexpr uint32_t kFill = 0x5A5A;
+  hKey key = kFill;
+  uint32_t size = kFill;
+  char text[24];
+  Out() { std::memset(text, '#', sizeof text); }
+};
+
+// A written handle as its full name ("none" for all ones, "(root)" for the
+// root's real handle, "0" for 0), then "#size", then
+// the text bytes up to the first untouched one, a NUL shown as "\0".
+inline std::string Render(const Store& s, const Out& o) {
+  const std::string name = FullName(s, o.key);
+  std::string out = o.key == Out::kFill ? "" : o.key == 0 ? "0" : name.empty() ? "(root)" : name;
+  if (o.size != Out::kFill) out += "#" + std::to_string(o.size);
+  if (o.text[0] != '#') out += " ";
+  for (size_t i = 0; i < sizeof o.text && o.text[i] != '#'; ++i) out += o.text[i] ? std::string(1, o.text[i]) : "\\0";
+  return out;
+}
+
+// One call of a table. Unless `root` is null (root left as it is, `h` 0), `h`
+// is the handle of `at` (0 when null) and the root is then set to `root`.
+// `line` holds the trace lines without their ": <result>" tail, separated by
+// newlines, "{h}" standing for h's low half as %d. With `root_after`, the
+// root point is checked afterwards.
+struct Row {
+  const char* root;
+  const char* at;
+  std::function<tERROR(Store& s, hKey h, Out& o)> call;
+  tERROR code;
+  std::string out;
+  std::string line;
+  const char* root_after = nullptr;
+};
+#define OP(expr) \
+  [](Store & s, hKey h, Out & o) -> tERROR { \
+    [[maybe_unused]] const Registry r = s.registry(); \
+    return expr; \
+  }
+
+inline void CheckRows(Store& s, std::span<const Row> rows) {
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.line + (row.root ? " at root " + std::string(row.root) : ""));
+    hKey h = 0;
+    if (row.root != nullptr) {  // handles are looked up from the top root
+      ASSERT_EQ(Rc{s.registry().SetRootStr("")}, Rc{kOk});
+      h = row.at == nullptr ? 0 : KeyAt(s, row.at);
+      ASSERT_EQ(Rc{s.registry().SetRootStr(row.root)}, Rc{kOk});
+    }
+    Out o;
+    auto [code, lines] = Traced(s, [&] { return row.call(s, h, o); });
+    EXPECT_EQ(Rc{code}, Rc{row.code});
+    EXPECT_EQ(Render(s, o), row.out);
+    std::vector<TraceLine> want;
+    std::istringstream texts(row.line);
+    for (std::string text; std::getline(texts, text);) {
+      if (size_t at = text.find("{h}"); at != std::string::npos) text.replace(at, 3, std::to_string(int32_t(h)));
+      want.push_back(Line(s, text + ": " + FormatResult(row.code)));
+    }
+    EXPECT_EQ(lines, want);
+    if (row.root_after != nullptr) {
+      EXPECT_EQ(s.GetRootPoint().value, row.root_after);
+    }
+  }
 }
 
 }  // namespace prhost::testing

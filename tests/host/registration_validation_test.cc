@@ -14,13 +14,12 @@ struct Breach {
   const char* message;  // a part of the expected message
 };
 
+void PrintTo(const Breach& b, std::ostream* os) { *os << b.name; }
+
 const Breach kBreaches[] = {
     {"WrongInterface", [](Registration& r) { r.iid = 0xA7FC; }, "interface id is 0xA7FC, expected 0xA7FB"},
-    {"WrongConstant", [](Registration& r) { r.a55 = 0x56; }, "argument 6"},
     {"InternalCount", [](Registration& r) { r.internal_count = 11; }, "internal slot count is 0xB, expected 0xC"},
     {"MethodCount", [](Registration& r) { r.method_count = 22; }, "method count"},
-    {"PropertyCount", [](Registration& r) { r.property_count = 12; }, "property count"},
-    {"FinalArgument", [](Registration& r) { r.final0 = 1; }, "final argument"},
     {"NoMethodList", [](Registration& r) { r.method_list = nullptr; }, "no method list"},
     {"ObjectTooSmall", [](Registration& r) { r.object_size = 100; }, "object size 100"},
     {"MissingCallback", [](Registration& r) { r.internal[3] = nullptr; }, "internal slot 3 is empty"},
@@ -50,17 +49,6 @@ TEST_P(RegistrationValidationTest, BreachIsNamed) {
 
 INSTANTIATE_TEST_SUITE_P(Breaches, RegistrationValidationTest, ::testing::ValuesIn(kBreaches),
                          [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(HostTest, DescriptionListsEveryProperty) {
-  std::string text = DescribeRegistration(module()->registration());
-  for (const char* id : {"0x21A00082", "0x20900083", "0x20601000", "0x20401002", "0x20401003", "0x20601004",
-                         "0x2040004A", "0x20901005", "0x20C01006", "0x20900040", "0x33201000", "0x30601001",
-                         "0x30201002"}) {
-    EXPECT_NE(text.find(id), std::string::npos) << id;
-  }
-  EXPECT_NE(text.find("\"properties map\""), std::string::npos);
-  EXPECT_NE(text.find(" 1 9 17 "), std::string::npos);
-}
 
 }  // namespace
 }  // namespace prhost::testing

@@ -1,36 +1,27 @@
 // Helpers for the value, conversion and deletion tests: native byte images of
 // values, reads and writes with an ample buffer, the trace lines written
-// since a mark, and a text dump of a subtree for before/after comparisons.
+// since a mark, and a listing of a subtree for before/after comparisons.
 //
 // Thread-safety: for the test's main thread only.
 #pragma once
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <tuple>
+#include <utility>
 #include <vector>
 
+#include "client.h"
 #include "host_fixture.h"
 
 namespace prhost::testing {
 
 // Type identifiers beyond the ones abi.h names.
-inline constexpr TypeId tVOID = 1;
-inline constexpr TypeId tBYTE = 2;
-inline constexpr TypeId tCHAR = 7;
-inline constexpr TypeId tWCHAR = 8;
-inline constexpr TypeId tINT = 13;
-inline constexpr TypeId tSBYTE = 15;
-inline constexpr TypeId tSHORT = 17;
-inline constexpr TypeId tDATETIME = 30;
-inline constexpr TypeId tFUNC_PTR = 31;
-inline constexpr TypeId tPTR = 12;
-
-inline constexpr tERROR kValueUnchanged = 0x47;
+inline constexpr TypeId tVOID = 1, tCHAR = 7, tWCHAR = 8, tINT = 13, tFUNC_PTR = 31;
 inline constexpr tERROR kErrReadOnly = Code(0x800000C1);
 inline constexpr tERROR kErrNotApplicable = Code(0x8000004B);
 
@@ -50,51 +41,42 @@ inline Bytes Text(std::string_view s) {
 }
 // A wide text of 32-bit units with the zero terminator, as tWSTRING exchanges it.
 inline Bytes Wide(std::u32string_view s) {
-  std::u32string terminated(s);
-  terminated.push_back(0);
-  Bytes out(terminated.size() * 4);
-  std::memcpy(out.data(), terminated.data(), out.size());
+  Bytes out((s.size() + 1) * 4, 0);
+  std::memcpy(out.data(), s.data(), s.size() * 4);
   return out;
 }
 
 // What a read produced: the code, the type left in the in/out argument, and
-// the bytes the size output announced (as many as the buffer held).
+// the bytes the size output announced. `index` < 0 reads by name.
 struct ReadResult {
   tERROR code = kOk;
   TypeId type = 0;
   uint32_t size = 0;
   Bytes bytes;
 };
-
-inline constexpr uint32_t kAmpleBuffer = 256;
-
-inline ReadResult ReadAs(const Registry& r, hKey key, const char* name, TypeId type,
-                         uint32_t buffer_size = kAmpleBuffer) {
+inline ReadResult ReadAs(const Registry& r, hKey key, const char* name, TypeId type, uint32_t buffer_size = 256,
+                         int index = -1) {
   ReadResult out;
   out.type = type;
-  Bytes buffer(buffer_size == 0 ? 1 : buffer_size, 0xEE);
-  out.code = r.GetValue(&out.size, key, name, &out.type, buffer.data(), buffer_size);
+  Bytes buffer(buffer_size + 1, 0xEE);
+  out.code = index < 0 ? r.GetValue(&out.size, key, name, &out.type, buffer.data(), buffer_size)
+                       : r.GetValueByIndex(&out.size, key, index, &out.type, buffer.data(), buffer_size);
   if (Succeeded(out.code)) out.bytes.assign(buffer.begin(), buffer.begin() + std::min(out.size, buffer_size));
   return out;
 }
-
-inline ReadResult ReadByIndexAs(const Registry& r, hKey key, uint32_t index, TypeId type,
-                                uint32_t buffer_size = kAmpleBuffer) {
-  ReadResult out;
-  out.type = type;
-  Bytes buffer(buffer_size == 0 ? 1 : buffer_size, 0xEE);
-  out.code = r.GetValueByIndex(&out.size, key, index, &out.type, buffer.data(), buffer_size);
-  if (Succeeded(out.code)) out.bytes.assign(buffer.begin(), buffer.begin() + std::min(out.size, buffer_size));
-  return out;
-}
+// The stored type and native bytes of a value (read with type 0).
+inline ReadResult Stored(const Registry& r, hKey key, const char* name) { return ReadAs(r, key, name, 0); }
 
 inline tERROR Put(const Registry& r, hKey key, const char* name, TypeId type, const Bytes& data,
                   uint32_t create = 1) {
   return r.SetValue(key, name, type, data.data(), static_cast<uint32_t>(data.size()), create);
 }
 
-// The stored type and native bytes of a value (read with type 0).
-inline ReadResult Stored(const Registry& r, hKey key, const char* name) { return ReadAs(r, key, name, 0); }
+// Creates or overwrites each (name, type, bytes) below `key`, expecting success.
+using Seeds = std::vector<std::tuple<const char*, TypeId, Bytes>>;
+inline void Seed(const Registry& r, const Seeds& values, hKey key = 0) {
+  for (const auto& [name, type, data] : values) EXPECT_EQ(Rc{Put(r, key, name, type, data)}, Rc{kOk}) << name;
+}
 
 // How the set operations print the data address: its low 32 bits in "%x".
 inline std::string AddressText(const void* data) {
@@ -104,53 +86,43 @@ inline std::string AddressText(const void* data) {
 }
 
 // Trace lines of one store written after the mark was taken.
-class TraceMark {
- public:
-  explicit TraceMark(const Store& store) : store_(store), start_(store.TraceLines().size()) {}
+struct TraceMark {
+  const Store& store;
+  const size_t start = store.TraceLines().size();
   std::vector<TraceLine> Lines() const {
-    std::vector<TraceLine> all = store_.TraceLines();
-    return {all.begin() + static_cast<std::ptrdiff_t>(start_), all.end()};
+    std::vector<TraceLine> all = store.TraceLines();
+    return {all.begin() + static_cast<std::ptrdiff_t>(start), all.end()};
   }
   std::vector<std::string> Texts() const {
     std::vector<std::string> texts;
     for (const TraceLine& line : Lines()) texts.push_back(line.text);
     return texts;
   }
-
- private:
-  const Store& store_;
-  size_t start_;
 };
 
-// "name{value:type=hex;...[child{...}]}" for a key and everything below it,
-// in the store's order, read through the interface.
-inline std::string DumpKey(const Registry& r, hKey key, const std::string& name = "") {
-  std::string out = name + "{";
-  uint32_t values = 0;
-  uint32_t keys = 0;
-  if (Failed(r.GetValueCount(&values, key)) || Failed(r.GetKeyCount(&keys, key))) return out + "?}";
-  for (uint32_t i = 0; i < values; ++i) {
-    char value_name[128] = {};
-    uint32_t size = 0;
-    (void)r.GetValueNameByIndex(&size, key, i, value_name, sizeof value_name);
-    ReadResult v = ReadByIndexAs(r, key, i, 0);
-    out += std::string(value_name) + ":" + std::to_string(v.type) + "=";
-    for (uint8_t b : v.bytes) {
-      static const char kHex[] = "0123456789abcdef";
-      out += kHex[b >> 4];
-      out += kHex[b & 15];
+// Everything below `key` in store order: each key's values as "[name]" (with
+// "=type:hex" when `with_data`), then each sub-key as a '/'-joined path
+// followed by its own contents.
+inline std::vector<std::string> Listing(const Registry& r, hKey key = 0, bool with_data = false,
+                                        const std::string& prefix = "") {
+  const Client c(r);
+  std::vector<std::string> out;
+  for (const std::string& v : c.ValueNames(key).value) {
+    std::string entry = prefix + "[" + v + "]";
+    if (with_data) {
+      const ReadResult got = Stored(r, key, v.c_str());
+      entry += "=" + std::to_string(got.type) + ":";
+      for (uint8_t b : got.bytes) entry += "0123456789abcdef"[b >> 4], entry += "0123456789abcdef"[b & 15];
     }
-    out += ";";
+    out.push_back(entry);
   }
-  for (uint32_t i = 0; i < keys; ++i) {
-    hKey child = kInvalidKey;
-    char child_name[128] = {};
-    uint32_t size = 0;
-    (void)r.OpenKeyByIndex(&child, key, i);
-    (void)r.GetKeyNameByIndex(&size, key, i, child_name, sizeof child_name, 0);
-    out += DumpKey(r, child, child_name);
+  for (const std::string& k : c.SubkeyNames(key).value) {
+    out.push_back(prefix + k);
+    for (std::string& entry : Listing(r, c.OpenKey(k, false, key).value, with_data, prefix + k + "/")) {
+      out.push_back(std::move(entry));
+    }
   }
-  return out + "}";
+  return out;
 }
 
 }  // namespace prhost::testing

@@ -70,16 +70,7 @@ class TestHeap {
     if (fail) ++failures_;
     return fail;
   }
-  static tERROR Alloc(void* self, void** out, uint32_t size) {
-    TestHeap* h = From(self);
-    std::lock_guard g(h->mu_);
-    if (h->ShouldFail()) return h->code_;
-    void* block = std::malloc(size == 0 ? 1 : size);
-    std::memset(block, 0xA5, size);
-    h->live_[block] = size;
-    *out = block;
-    return ResultOk;
-  }
+  static tERROR Alloc(void* self, void** out, uint32_t size) { return Realloc(self, out, nullptr, size); }
   static tERROR Realloc(void* self, void** inout, void* old_block, uint32_t size) {
     TestHeap* h = From(self);
     std::lock_guard g(h->mu_);

@@ -26,37 +26,16 @@ inline std::string DumpValue(const iValue* value) {
   return out;
 }
 
-// Keys as "name{values;children}", depth-first in list order; iterative.
-inline std::string DumpTree(KeyNode* top) {
-  std::string out;
-  struct Frame {
-    KeyNode* key;
-    KeyNode* next_child;
-  };
-  auto open = [&out](KeyNode* key) {
-    out += std::string(key->name != nullptr ? key->name : "<null>") + "{";
-    for (ListLink* l = key->values.next; l != &key->values; l = l->next) {
-      ValueEntry* e = EntryFrom(l);
-      out += std::string(e->name) + ":" + DumpValue(e->value) + ";";
-    }
-    out += "[" + std::to_string(key->key_count) + "/" + std::to_string(key->value_count) + "]";
-  };
-  std::vector<Frame> stack;
-  open(top);
-  stack.push_back({top, top->FirstChild()});
-  while (!stack.empty()) {
-    Frame& f = stack.back();
-    if (f.next_child == nullptr) {
-      out += "}";
-      stack.pop_back();
-      continue;
-    }
-    KeyNode* child = f.next_child;
-    f.next_child = f.key->NextChild(child);
-    open(child);
-    stack.push_back({child, child->FirstChild()});
+// Keys as "name{values;[counts]children}", depth-first in list order.
+inline std::string DumpTree(KeyNode* key) {
+  std::string out = std::string(key->name != nullptr ? key->name : "<null>") + "{";
+  for (ListLink* l = key->values.next; l != &key->values; l = l->next) {
+    ValueEntry* e = EntryFrom(l);
+    out += std::string(e->name) + ":" + DumpValue(e->value) + ";";
   }
-  return out;
+  out += "[" + std::to_string(key->key_count) + "/" + std::to_string(key->value_count) + "]";
+  for (KeyNode* c = key->FirstChild(); c != nullptr; c = key->NextChild(c)) out += DumpTree(c);
+  return out + "}";
 }
 
 class TreeTest : public ::testing::Test {

@@ -70,7 +70,9 @@ TEST(MemChunkTest, GrowthKeepsOrDropsTheOldBlock) {
       EXPECT_EQ(grown != nullptr, !c.refuse);
       EXPECT_EQ(chunk.data() != nullptr, c.expect_data);
       EXPECT_EQ(chunk.capacity(), c.expect_capacity);
-      if (c.expect_contents) EXPECT_TRUE(HoldsPattern(chunk, 16));
+      if (c.expect_contents) {
+        EXPECT_TRUE(HoldsPattern(chunk, 16));
+      }
       EXPECT_EQ(heap.live_blocks(), c.expect_data ? 1u : 0u);
     }
     EXPECT_EQ(heap.live_blocks(), 0u) << "the destructor releases the block";

@@ -53,36 +53,24 @@ class TreeFaultTest : public TreeTest {
   }
 };
 
-TEST_F(TreeFaultTest, AddValueOfEveryStorageKind) {
+TEST_F(TreeFaultTest, AddingValuesOfEveryStorageKind) {
   KeyNode* key = Open("k");
   AddDword(key, "existing", 7);
   const std::string before = DumpTree(root());
   const char text[] = "some text";
-  const unsigned char block[] = {1, 2, 3};
-  struct Case {
-    tag_TYPE_ID type;
-    const void* data;
-    uint32_t size;
-  } cases[] = {{tDWORD, "\1\2\3\4", 4}, {tSTRING, text, sizeof(text)}, {tBINARY, block, 3}};
-  for (const Case& c : cases) {
-    int failures = Sweep([&] { return Succeeded(AddValue(key, "new", c.type, c.data, c.size)); },
-                         [&] { EXPECT_EQ(DumpTree(root()), before) << c.type; });
-    EXPECT_GE(failures, 2) << c.type;  // entry, value object, ...
-    ASSERT_EQ(RemoveValue(key, "new"), ResultOk);
+  const std::function<tERROR()> adds[] = {
+      [&] { return AddValue(key, "new", tDWORD, "\1\2\3\4", 4); },
+      [&] { return AddValue(key, "new", tSTRING, text, sizeof(text)); },
+      [&] { return AddValue(key, "new", tBINARY, "\1\2\3", 3); },
+      [&] { return AddUniqueValue(key, "new", tDWORD, "\1\2\3\4", 4); },
+      [&] { return AddValueAt(key, 1, tQWORD, "\0\0\0\0\0\0\0\1", 8); },
+  };
+  for (size_t i = 0; i < std::size(adds); ++i) {
+    int failures = Sweep([&] { return Succeeded(adds[i]()); }, [&] { EXPECT_EQ(DumpTree(root()), before) << i; });
+    EXPECT_GE(failures, 2) << i;  // entry, value object, ...
+    ASSERT_EQ(RemoveValueByIndex(key, 1), ResultOk);
     EXPECT_EQ(DumpTree(root()), before);
   }
-}
-
-TEST_F(TreeFaultTest, AddUniqueAndPositionalValues) {
-  KeyNode* key = Open("k");
-  const std::string before = DumpTree(root());
-  uint32_t v = 5;
-  Sweep([&] { return Succeeded(AddUniqueValue(key, "u", tDWORD, &v, 4)); },
-        [&] { EXPECT_EQ(DumpTree(root()), before); });
-  const std::string with_unique = DumpTree(root());
-  Sweep([&] { return Succeeded(AddValueAt(key, 1, tQWORD, "\0\0\0\0\0\0\0\1", 8)); },
-        [&] { EXPECT_EQ(DumpTree(root()), with_unique); });
-  EXPECT_STREQ(GetValueNameByIndex(key, 1), "noname1");
 }
 
 TEST_F(TreeFaultTest, CreatingAPathKeepsWholeKeysOfEarlierComponents) {
@@ -101,43 +89,27 @@ TEST_F(TreeFaultTest, CreatingAPathKeepsWholeKeysOfEarlierComponents) {
   EXPECT_NE(FindKey(root(), "a/b/c/d"), nullptr);
 }
 
-TEST_F(TreeFaultTest, ForcedCreationAndInitTree) {
+// Forced creation under the sweep; a name that cannot be copied leaves the
+// key unnamed instead of failing; InitTree fails whole.
+TEST_F(TreeFaultTest, ForcedCreationUnnamedKeysAndInitTree) {
   Sweep([&] { return OpenOrCreateKey(root(), "dup", true) != nullptr; }, [] {});
-  PropertiesTree other;
-  ResetTree(&other);
-  heap_.FailAt(1);
-  EXPECT_EQ(InitTree(&other, heap_.host()), ErrNoMemory);
-  EXPECT_EQ(other.host, nullptr);  // nothing half-made: a retry works
-  ASSERT_EQ(InitTree(&other, heap_.host()), ResultOk);
-  DestroyTree(&other);
-  ++expected_empty_names_;
-}
-
-// A name that cannot be copied leaves the key unnamed instead of failing.
-TEST_F(TreeFaultTest, KeyWhoseNameCannotBeCopiedIsMadeUnnamed) {
   heap_.FailAt(2);  // the node comes first, then its name
   uint32_t created = 0;
   KeyNode* key = OpenOrCreateKey(root(), "named", true, &created);
   ASSERT_NE(key, nullptr);
   EXPECT_EQ(key->name_length, 0u);
   EXPECT_EQ(created, 1u);
-}
 
-TEST_F(TreeFaultTest, PlaceholderHeapRefusesEverything) {
-  iObj placeholder{PlaceholderObjTable()};
   PropertiesTree other;
   ResetTree(&other);
+  iObj placeholder{PlaceholderObjTable()};
   EXPECT_EQ(InitTree(&other, &placeholder), ErrNoMemory);
-  uint32_t v = 1;
-  EXPECT_EQ(AddValue(root(), "x", tDWORD, &v, 4), ResultOk);
-  KeyNode orphan;
-  ConstructKey(&orphan, &placeholder, "orphan", 6);
-  EXPECT_EQ(orphan.name_length, 0u);
-  EXPECT_EQ(AddValue(&orphan, "x", tDWORD, &v, 4), ErrNoMemory);
-  EXPECT_EQ(OpenOrCreateKey(&orphan, "x", false), nullptr);
-  EXPECT_EQ(OpenOrCreateKey(&orphan, "x", true), nullptr);
-  EXPECT_EQ(GetKeyCount(&orphan), 0u);
-  DestroyKey(&orphan);
+  heap_.FailAt(1);
+  EXPECT_EQ(InitTree(&other, heap_.host()), ErrNoMemory);
+  EXPECT_EQ(other.host, nullptr);  // nothing half-made: a retry works
+  ASSERT_EQ(InitTree(&other, heap_.host()), ResultOk);
+  DestroyTree(&other);
+  ++expected_empty_names_;
 }
 
 }  // namespace

@@ -25,22 +25,15 @@ tag_TYPE_ID ScanNames(const std::string& text) {
   return 0;
 }
 
+// Exact and case-sensitive, on the counted length only; the identifiers of
+// a few names pinned.
 TEST(TypeIdFromNameTest, Examples) {
-  const struct {
-    const char* text;
-    tag_TYPE_ID id;
-  } cases[] = {
-      {"tVOID", 1},   {"tDOUBLE", 32}, {"tMSGCLS_ID", 63}, {"tSTR_DSC", 59}, {"tSIZE_T", 60}, {"tINT", 13},
-      {"tVECTOR", 55}, {"tBINARY", 48}, {"tTYPE_ID", 54},  {"tIN", 0},       {"tDWORDS", 0}, {"tDWOR", 0},
-      {"tdword", 0},  {"tDword", 0},   {"xDWORD", 0},      {"tAPPLE", 0},    {"tXDWORD", 0}, {"t_DWORD", 0},
-      {"tGOOD", 0},   {"", 0},         {"t", 0},
+  const std::pair<std::string, tag_TYPE_ID> cases[] = {
+      {"tDOUBLE", 32}, {"tMSGCLS_ID", 63}, {"tBINARY", 48}, {"tTYPE_ID", 54}, {"tdword", 0},
+      {"tDword", 0},   {"xDWORD", 0},      {"t_DWORD", 0},  {"", 0},
   };
-  for (const auto& c : cases) EXPECT_EQ(Lookup(c.text), c.id) << c.text;
-}
-
-TEST(TypeIdFromNameTest, MatchesOnTheCountedLengthOnly) {
+  for (const auto& [text, id] : cases) EXPECT_EQ(Lookup(text), id) << text;
   EXPECT_EQ(Lookup("tBYTEx", 5), tBYTE);
-  EXPECT_EQ(TypeIdFromName("tLONGLONG", 5), tLONG);
   EXPECT_EQ(TypeIdFromName("tINT\0", 5), 0u);  // a NUL inside the count is a byte like any other
 }
 
@@ -72,17 +65,9 @@ TEST(TypeNameOfTest, NamesAndGaps) {
 }
 
 TEST(HasValueClassTest, ExactlyTheStorableIdentifiers) {
-  std::vector<tag_TYPE_ID> with_class;
   for (tag_TYPE_ID id = 0; id < 300; ++id) {
-    if (HasValueClass(id)) with_class.push_back(id);
+    EXPECT_EQ(HasValueClass(id), (id >= 1 && id <= 32 && id != 16) || id == tBINARY || id == tTYPE_ID) << id;
   }
-  std::vector<tag_TYPE_ID> expected;
-  for (tag_TYPE_ID id = 1; id <= 32; ++id) {
-    if (id != 16) expected.push_back(id);
-  }
-  expected.push_back(tBINARY);
-  expected.push_back(tTYPE_ID);
-  EXPECT_EQ(with_class, expected);
   EXPECT_FALSE(HasValueClass(0xFFFFFFFFu));
 }
 

@@ -1,0 +1,515 @@
+// Value objects: the factory, native bytes (GetData/SetData), text forms
+// (GetText/SetText) per storage kind, round trips through text, the guard of
+// the number work buffer, the UTF-8 codec behind wide strings, and every
+// allocation path under a failing or missing heap.
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cfloat>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "support/utf8.h"
+#include "test_heap.h"
+#include "values/value.h"
+
+namespace propmap {
+namespace {
+
+using namespace std::string_literals;
+using testing::TestHeap;
+
+std::string Le(uint64_t number, size_t width) {
+  std::string bytes(width, '\0');
+  std::memcpy(bytes.data(), &number, width);
+  return bytes;
+}
+std::string DoubleBytes(double d) { return Le(std::bit_cast<uint64_t>(d), 8); }
+std::string Wide(const std::wstring& s) {
+  return s.empty() ? "" : std::string(reinterpret_cast<const char*>(s.c_str()), 4 * (s.size() + 1));
+}
+size_t Width(tag_TYPE_ID id) {
+  switch (id) {
+    case tBYTE: case tSBYTE: case tCHAR: return 1;
+    case tWORD: case tSHORT: return 2;
+    case tQWORD: case tDATA: case tLONG: case tLONGLONG: case tDATETIME: case tFUNC_PTR: case tDOUBLE: return 8;
+    default: return 4;
+  }
+}
+
+// The `count` bytes GetData or GetText reports, '~' where nothing was
+// written; checks that nothing lands past the count.
+template <typename Get>
+std::string Read(const iValue* value, Get get) {
+  uint32_t count = 0xDEAD;
+  EXPECT_EQ((value->*get)(nullptr, 0, &count), ResultOk);
+  std::string buffer(count + 1, '~');
+  uint32_t again = 0;
+  EXPECT_EQ((value->*get)(buffer.data(), count, &again), ResultOk);
+  EXPECT_EQ(again, count);
+  EXPECT_EQ(buffer[count], '~') << "written past the count";
+  buffer.resize(count);
+  return buffer;
+}
+std::string Data(const iValue* value) { return Read(value, &iValue::GetData); }
+std::string Text(const iValue* value) { return Read(value, &iValue::GetText); }
+
+// The text as a caller converting through text sees it: ended right after
+// the bytes that GetText wrote.
+std::string TerminatedText(const iValue* value) {
+  uint32_t count = 0;
+  EXPECT_EQ(value->GetText(nullptr, 0, &count), ResultOk);
+  std::string buffer(count + 1, '\0');
+  EXPECT_EQ(value->GetText(buffer.data(), count, &count), ResultOk);
+  return std::string(buffer.c_str());
+}
+
+class ValueTest : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    for (iValue* value : values_) DestroyValue(heap_.host(), value);
+    EXPECT_EQ(heap_.live_blocks(), 0u);
+  }
+  iValue* Make(tag_TYPE_ID id) {
+    iValue* value = CreateValue(heap_.host(), id);
+    EXPECT_NE(value, nullptr) << id;
+    values_.push_back(value);
+    return value;
+  }
+
+  // One SetText per row on a fresh value preset to `preset` (native bytes):
+  // the code, the bytes stored afterwards and the text read back.
+  struct Row {
+    tag_TYPE_ID id;
+    const char* input;
+    tERROR code;
+    std::string stored;
+    std::string text;
+  };
+  void Run(const std::string& preset, const std::vector<Row>& rows) {
+    for (const Row& row : rows) {
+      iValue* value = Make(row.id);
+      ASSERT_GE(value->SetData(preset.data(), static_cast<uint32_t>(preset.size())), 0);
+      EXPECT_EQ(value->SetText(row.input), row.code) << row.id << " '" << row.input << "'";
+      EXPECT_EQ(Data(value), row.stored) << row.id << " '" << row.input << "'";
+      EXPECT_EQ(Text(value), row.text) << row.id << " '" << row.input << "'";
+    }
+  }
+
+  TestHeap heap_;
+  std::vector<iValue*> values_;
+};
+
+const tag_TYPE_ID kAllClasses[] = {1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15, 17, 18,
+                                   19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 48, 54};
+
+// The factory: every class with its identifier, nothing for other numbers,
+// nor from a placeholder, missing or failing heap.
+TEST_F(ValueTest, Factory) {
+  iObj placeholder{PlaceholderObjTable()};
+  for (tag_TYPE_ID id : kAllClasses) {
+    EXPECT_EQ(Make(id)->GetTypeId(), id);
+    EXPECT_EQ(CreateValue(&placeholder, id), nullptr) << id;
+    EXPECT_EQ(CreateValue(nullptr, id), nullptr) << id;
+    heap_.FailAt(1);
+    EXPECT_EQ(CreateValue(heap_.host(), id), nullptr) << id;
+    EXPECT_TRUE(heap_.failed_any());
+  }
+  for (tag_TYPE_ID id : {0u, 16u, 33u, 47u, 49u, 53u, 55u, 1000u}) {
+    EXPECT_EQ(CreateValue(heap_.host(), id), nullptr) << id;
+  }
+  DestroyValue(heap_.host(), nullptr);  // harmless
+}
+
+// Initial content: zero numbers, unset strings and empty blocks report 0
+// bytes; tBOOL keeps the word as the heap handed it over (0xA5 fill here).
+TEST_F(ValueTest, InitialContent) {
+  const struct {
+    tag_TYPE_ID id;
+    std::string bytes;
+  } cases[] = {
+      {tVOID, ""},          {tBYTE, Le(0, 1)},     {tWORD, Le(0, 2)},       {tDWORD, Le(0, 4)},
+      {tQWORD, Le(0, 8)},   {tWCHAR, Le(0, 4)},    {tSTRING, ""},           {tWSTRING, ""},
+      {tPTR, ""},           {tLONG, Le(0, 8)},     {tFUNC_PTR, Le(0, 8)},   {tDOUBLE, Le(0, 8)},
+      {tBINARY, ""},        {tBOOL, "\xA5\xA5\xA5\xA5"s},
+  };
+  for (const auto& c : cases) EXPECT_EQ(Data(Make(c.id)), c.bytes) << c.id;
+}
+
+// The output protocol of GetData, shown on a tDWORD holding 0x11223344.
+TEST_F(ValueTest, OutputProtocol) {
+  iValue* value = Make(tDWORD);
+  ASSERT_EQ(value->SetData("\x44\x33\x22\x11", 4), ResultOk);
+  const struct {
+    bool buffer;
+    uint32_t size;
+    tERROR code;
+    std::string written;
+  } cases[] = {
+      {false, 0, ResultOk, ""},          {false, 4, ErrBadParameter, ""},
+      {true, 0, ErrBufferTooSmall, ""},  {true, 3, ErrBufferTooSmall, ""},
+      {true, 4, ResultOk, "\x44\x33\x22\x11"}, {true, 8, ResultOk, "\x44\x33\x22\x11"},
+  };
+  for (const auto& c : cases) {
+    std::string buffer(8, '~');
+    uint32_t needed = 0;
+    EXPECT_EQ(value->GetData(c.buffer ? buffer.data() : nullptr, c.size, &needed), c.code) << c.size;
+    EXPECT_EQ(needed, 4u);
+    EXPECT_EQ(buffer, c.written + std::string(8 - c.written.size(), '~')) << c.size;
+  }
+  EXPECT_EQ(value->GetData(nullptr, 0, nullptr), ResultOk);  // `needed` is optional
+}
+
+// Each row: one SetData call on a fresh value, its code and the bytes after.
+TEST_F(ValueTest, SetDataSizesAndContent) {
+  const struct {
+    tag_TYPE_ID id;
+    std::string input;  // "<null>" passes a null buffer
+    uint32_t size;
+    tERROR code;
+    std::string stored;
+  } cases[] = {
+      {tBYTE, "\x05", 0, ErrBadParameter, Le(0, 1)},
+      {tBOOL, "\x05\x00\x00\x00"s, 4, ResultOk, "\x05\x00\x00\x00"s},  // any word
+      {tVOID, "abc", 3, ValueUnchanged, ""},
+      {tSTRING, "", 0, ResultOk, ""},  // first set of an empty string: a change, 0 bytes
+      {tSTRING, "abc\0def"s, 7, ResultOk, "abc\0"s},
+      // A byte count that is no multiple of 4: the last unit is zero-padded.
+      {tWSTRING, Wide(L"ab"), 5, ResultOk, Wide(L"ab")},
+      {tWSTRING, Wide(L"a\0b"s), 12, ResultOk, Wide(L"a")},
+      {tBINARY, "<null>", 3, ErrBadParameter, ""},
+  };
+  for (const auto& c : cases) {
+    iValue* value = Make(c.id);
+    if (c.id == tBOOL) {
+      ASSERT_EQ(value->SetData("\0\0\0\0", 4), ResultOk);
+    }
+    const void* input = c.input == "<null>" ? nullptr : c.input.data();
+    EXPECT_EQ(value->SetData(input, c.size), c.code) << c.id << " size " << c.size;
+    EXPECT_EQ(Data(value), c.stored) << c.id << " size " << c.size;
+  }
+}
+
+// Setting the same content twice: blocks always report a change, tVOID never.
+TEST_F(ValueTest, SecondEqualSetReportsUnchangedExceptForBlocks) {
+  for (tag_TYPE_ID id : kAllClasses) {
+    iValue* value = Make(id);
+    const std::string bytes = id == tWSTRING ? Wide(L"x\u00e4") : "\x01\x02\x03\x04\x05\x06\x07\x08"s;
+    const uint32_t size = id == tSTRING ? 3 : static_cast<uint32_t>(bytes.size());
+    const bool block = id == tBINARY || id == tPTR;
+    const tERROR first = id == tVOID ? ValueUnchanged : ResultOk;
+    const tERROR second = block ? ResultOk : ValueUnchanged;
+    if (id == tBOOL) {
+      ASSERT_EQ(value->SetData("\0\0\0\0", 4), ResultOk);
+    }
+    EXPECT_EQ(value->SetData(bytes.data(), size), first) << id;
+    EXPECT_EQ(value->SetData(bytes.data(), size), second) << id;
+  }
+  iValue* text = Make(tSTRING);
+  EXPECT_EQ(text->SetData("", 0), ResultOk);
+  EXPECT_EQ(text->SetData("", 0), ValueUnchanged);
+  EXPECT_EQ(text->SetData("abc", 3), ResultOk);
+  EXPECT_EQ(text->SetData("abc\0x", 5), ValueUnchanged);  // compared up to the NUL
+  iValue* number = Make(tDOUBLE);
+  EXPECT_EQ(number->SetData(DoubleBytes(0.0).data(), 8), ValueUnchanged);
+  EXPECT_EQ(number->SetData(DoubleBytes(-0.0).data(), 8), ResultOk);  // compared as words
+}
+
+// Every allocating operation, failed at each of its allocations in turn
+// (once, then persistently): the heap's code comes back unchanged, the old
+// content stays, and nothing leaks. With the module's placeholder table in
+// place it answers ErrNotImplemented and changes nothing. Then it succeeds.
+TEST_F(ValueTest, EveryAllocationPathUnderFailingHeap) {
+  constexpr tERROR kHeapCode = Code(0x80001234);
+  const struct {
+    const char* name;
+    tag_TYPE_ID id;
+    std::function<tERROR(iValue*)> operation;
+    tERROR done;
+    std::string after;
+  } cases[] = {
+      {"string SetData", tSTRING, [](iValue* v) { return v->SetData("new", 3); }, ResultOk, "new\0"s},
+      // The copy comes before the comparison: even an equal text needs memory.
+      {"string SetText equal", tSTRING, [](iValue* v) { return v->SetText("old"); }, ValueUnchanged, "old\0"s},
+      {"wide SetData", tWSTRING, [](iValue* v) { return v->SetData(L"new", 12); }, ResultOk, Wide(L"new")},
+      {"wide SetText", tWSTRING, [](iValue* v) { return v->SetText("41000000"); }, ResultOk, Wide(L"A")},
+      {"wide SetText odd", tWSTRING, [](iValue* v) { return v->SetText("410"); }, ResultOk, ""},
+      {"block SetData", tBINARY, [](iValue* v) { return v->SetData("\x09", 1); }, ResultOk, "\x09"},
+      {"block SetText", tPTR, [](iValue* v) { return v->SetText("0a0B"); }, ResultOk, "\x0A\x0B"},
+  };
+  for (const auto& c : cases) {
+    iValue* value = Make(c.id);
+    auto reset = [&] { return c.id == tWSTRING ? value->SetData(L"old", 12) : value->SetData("old", 3); };
+    ASSERT_EQ(reset(), ResultOk);
+    const std::string before = Data(value);
+    iObj* host = heap_.host();
+    void* const* real_table = host->table;
+    host->table = PlaceholderObjTable();
+    EXPECT_EQ(c.operation(value), ErrNotImplemented) << c.name;
+    host->table = real_table;
+    EXPECT_EQ(Data(value), before) << c.name;
+    for (bool persistent : {false, true}) {
+      for (uint64_t n = 1;; ++n) {
+        heap_.FailAt(n, persistent, kHeapCode);
+        const uint64_t attempts = heap_.allocations();
+        const tERROR err = c.operation(value);
+        const bool reached = heap_.allocations() - attempts >= n;
+        heap_.FailAt(0);
+        if (!reached) {
+          EXPECT_EQ(err, c.done) << c.name;
+          EXPECT_EQ(Data(value), c.after) << c.name;
+          ASSERT_EQ(reset(), c.done == ValueUnchanged ? ValueUnchanged : ResultOk);
+          break;
+        }
+        EXPECT_EQ(err, kHeapCode) << c.name << " failing allocation " << n;
+        EXPECT_EQ(Data(value), before) << c.name << " failing allocation " << n;
+        ASSERT_LT(n, 5u) << c.name;
+      }
+    }
+  }
+  EXPECT_EQ(heap_.live_blocks(), values_.size() * 2);  // each object and its buffer
+}
+
+// Numbers, preset 7; a refused text keeps the 7. The stored column is the
+// number in the kind's width.
+TEST_F(ValueTest, UnsignedAndSignedRules) {
+  auto N = [](tag_TYPE_ID id, int64_t n) { return Le(static_cast<uint64_t>(n), Width(id)); };
+  const uint64_t ones = UINT64_MAX;
+  std::vector<Row> rows = {
+      {tBYTE, "255", ResultOk, N(tBYTE, 255), "255"},
+      {tBYTE, "256", ErrBadParameter, N(tBYTE, 7), "7"},
+      {tPROPID, "4294967296", ErrBadParameter, N(tPROPID, 7), "7"},
+      {tBYTE, "", ResultOk, N(tBYTE, 0), "0"},
+      {tBYTE, "ff", ResultOk, N(tBYTE, 255), "255"},  // hexadecimal without a prefix
+      {tBYTE, "9 ", ErrBadParameter, N(tBYTE, 7), "7"},
+      {tBYTE, "-1", ErrBadParameter, N(tBYTE, 7), "7"},
+      {tBYTE, "7", ResultOk, N(tBYTE, 7), "7"},  // never ValueUnchanged
+      {tQWORD, "18446744073709551616", ResultOk, N(tQWORD, ones), "18446744073709551615"},  // decimal overflow
+      {tQWORD, "ffffffffffffffff", ErrBadParameter, N(tQWORD, 7), "7"},  // hexadecimal all ones
+      {tQWORD, "fffffffffffffffe", ResultOk, N(tQWORD, ones - 1), "18446744073709551614"},
+      {tDATETIME, "0x0102030405060708", ResultOk, "\x08\x07\x06\x05\x04\x03\x02\x01", "72623859790382856"},
+      {tINT, "-3000000000", ResultOk, N(tINT, 1294967296), "1294967296"},  // below the minimum: truncated
+      {tINT, "7fffffff", ResultOk, N(tINT, INT_MAX), "2147483647"},
+      {tINT, "0x80000000", ErrBadParameter, N(tINT, 7), "7"},
+      {tERROR_TYPE, "-1", ResultOk, N(tERROR_TYPE, -1), "-1"},
+      {tSBYTE, "-129", ResultOk, N(tSBYTE, 127), "127"},
+      {tSBYTE, "-ff", ResultOk, N(tSBYTE, 1), "1"},  // -255 in hexadecimal, truncated
+      {tLONG, "9223372036854775808", ResultOk, N(tLONG, LONG_MAX), "9223372036854775807"},
+      {tLONG, "7fffffffffffffff", ErrBadParameter, N(tLONG, 7), "7"},
+      {tLONG, "-0x8000000000000000", ErrBadParameter, N(tLONG, 7), "7"},  // exactly the minimum
+      {tLONG, "7ffffffffffffffe", ResultOk, N(tLONG, LONG_MAX - 1), "9223372036854775806"},
+  };
+  Run(Le(7, 8), rows);
+}
+
+TEST_F(ValueTest, DoubleRule) {
+  Run(DoubleBytes(2.5), {
+      {tDOUBLE, " 3.25xyz", ResultOk, DoubleBytes(3.25), "3.250000"},
+      {tDOUBLE, "abc", ResultOk, DoubleBytes(2.5), "2.500000"},  // nothing converted: kept
+      {tDOUBLE, "", ErrBadParameter, DoubleBytes(2.5), "2.500000"},
+      {tDOUBLE, "0x10", ResultOk, DoubleBytes(16), "16.000000"},
+      {tDOUBLE, "0.0000001", ResultOk, DoubleBytes(1e-7), "0.000000"},
+  });
+}
+
+// Any non-zero word reads "1" with its NUL inside the count.
+TEST_F(ValueTest, BooleanRule) {
+  auto W = [](uint32_t w) { return Le(w, 4); };
+  Run(W(7), {
+      {tBOOL, "true junk", ResultOk, W(1), "1\0"s},
+      {tBOOL, "false1", ErrBadParameter, W(7), "1\0"s},
+      {tBOOL, "TRUE", ErrBadParameter, W(7), "1\0"s},
+      {tBOOL, " 1", ErrBadParameter, W(7), "1\0"s},
+      {tBOOL, "010", ResultOk, W(8), "1\0"s},
+      {tBOOL, "7abc", ResultOk, W(7), "1\0"s},
+      {tBOOL, "4294967297", ResultOk, W(1), "1\0"s},  // truncated to 32 bits
+  });
+}
+
+TEST_F(ValueTest, CharacterStringVoidAndCodeAddress) {
+  Run("q", {
+      {tCHAR, "xyz", ResultOk, "x", "x"},
+      {tCHAR, "", ResultOk, "\0"s, "\0"s},
+      {tCHAR, "q", ResultOk, "q", "q"},  // never ValueUnchanged
+  });
+  Run("old", {
+      {tSTRING, "abc", ResultOk, "abc\0"s, "abc\0"s},
+      {tSTRING, "old", ValueUnchanged, "old\0"s, "old\0"s},
+  });
+  Run(Le(7, 8), {
+      {tFUNC_PTR, "123", ResultOk, Le(7, 8), ""},  // reads back as it was
+      {tVOID, "123", ResultOk, "", ""},
+  });
+}
+
+// Raw little-endian units in hexadecimal; odd or malformed text empties the
+// string and still succeeds.
+TEST_F(ValueTest, WideStringHexadecimalRule) {
+  Run(Wide(L"old"), {
+      {tWSTRING, "e4000000", ResultOk, Wide(L"\u00e4"), "\xC3\xA4\0"s},
+      {tWSTRING, "6F0000006C00000064000000", ResultOk, Wide(L"old"), "old\0"s},  // never ValueUnchanged
+      {tWSTRING, "4100", ResultOk, Wide(L"A"), "A\0"s},  // a partial unit is zero-padded
+      {tWSTRING, "abc", ResultOk, "", ""},
+      {tWSTRING, "0x410000", ResultOk, "", ""},
+  });
+}
+
+TEST_F(ValueTest, BlockHexadecimalRule) {
+  for (tag_TYPE_ID id : {tBINARY, tPTR}) {
+    // The count has room for a NUL that is never written ('~').
+    Run("\x01\x02", {
+        {id, "00ab", ResultOk, "\x00\xAB"s, "00AB~"},
+        {id, "", ResultOk, "", "~"},
+        {id, "0A1", ErrBadParameter, "\x01\x02", "0102~"},
+        {id, "zz", ErrBadParameter, "\x01\x02", "0102~"},
+        {id, "+1", ErrBadParameter, "\x01\x02", "0102~"},
+        {id, "0x", ErrBadParameter, "\x01\x02", "0102~"},
+    });
+  }
+}
+
+TEST_F(ValueTest, NullTextAndWideCharacter) {
+  for (tag_TYPE_ID id : {tBYTE, tWORD, tDWORD, tQWORD, tBOOL, tCHAR, tSTRING, tWSTRING, tINT, tPTR, tSBYTE,
+                         tSHORT, tLONG, tDATETIME, tDOUBLE, tBINARY}) {
+    EXPECT_EQ(Make(id)->SetText(nullptr), ErrBadParameter) << id;
+  }
+  EXPECT_EQ(Make(tVOID)->SetText(nullptr), ResultOk);
+  EXPECT_EQ(Make(tFUNC_PTR)->SetText(nullptr), ResultOk);
+
+  iValue* wide = Make(tWCHAR);
+  ASSERT_EQ(wide->SetData("A\0\0\0", 4), ResultOk);
+  uint32_t count = 0xDEAD;
+  EXPECT_EQ(wide->GetText(nullptr, 0, &count), ErrNotApplicable);
+  EXPECT_EQ(wide->SetText("B"), ErrNotApplicable);
+  EXPECT_EQ(Data(wide), "A\0\0\0"s);
+}
+
+// UTF-8 of wide strings: the count and the bytes written disagree on purpose
+// for units above 0x10FFFF; the count stays the limit of what is written.
+TEST_F(ValueTest, WideStringUtf8Text) {
+  const struct {
+    std::u32string units;
+    std::string text;  // the count bytes, '~' where nothing was written
+  } cases[] = {
+      {U"\u00e4\u20ac\U0001F600", "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\0"s},
+      {{0x7F, 0x80, 0x7FF, 0x800}, "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\0"s},
+      {{0xD800}, "\xED\xA0\x80\0"s},  // surrogates are encoded like any unit
+      {{0x110000}, "?"},              // counted 0, written 1: no room for the NUL
+      {{0x110000, 0x110000, 'B', 'C'}, "??B"},
+      {{0xFFFFFFFF}, "\xFF"},  // negative: its low byte
+  };
+  for (const auto& c : cases) {
+    iValue* value = Make(tWSTRING);
+    ASSERT_EQ(value->SetData(c.units.c_str(), static_cast<uint32_t>(4 * c.units.size())), ResultOk);
+    EXPECT_EQ(Text(value), c.text);
+  }
+}
+
+// SetText(GetText(v)) restores the native bytes for every kind with a text
+// form, across boundary values.
+TEST_F(ValueTest, RoundTripThroughText) {
+  std::vector<std::pair<tag_TYPE_ID, std::string>> cases;
+  auto add = [&](std::initializer_list<tag_TYPE_ID> ids, std::initializer_list<uint64_t> numbers) {
+    for (tag_TYPE_ID id : ids) {
+      for (uint64_t n : numbers) cases.push_back({id, Le(n, Width(id))});
+    }
+  };
+  add({tBYTE, tSBYTE}, {0, 1, 0x7F, 0x80, 0xFF});
+  add({tWORD, tSHORT}, {0, 0x7FFF, 0x8000, 0xFFFF});
+  add({tDWORD, tUINT, tIID, tPID, tORIG_ID, tOS_ID, tVID, tPROPID, tVERSION, tCODEPAGE, tLCID, tTYPE_ID, tINT,
+       tERROR_TYPE},
+      {0, 305419896, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF});
+  add({tQWORD, tDATA, tLONG, tLONGLONG, tDATETIME}, {0, 1, 0x7FFFFFFFFFFFFFFF, 0x8000000000000000, UINT64_MAX});
+  add({tBOOL}, {0, 1});
+  for (double d : {0.0, -0.0, 1.5, -2.25, 123456789.125, 9e247, -1e247, DBL_MAX / 1e61, (double)INFINITY,
+                   -(double)INFINITY, std::nan(""), -std::nan("")}) {
+    cases.push_back({tDOUBLE, DoubleBytes(d)});
+  }
+  for (char c : {'a', '\0', '\x80', '\xFF'}) cases.push_back({tCHAR, std::string(1, c)});
+  for (const char* s : {"", "abc", "caf\xC3\xA9", "<&>\"'"}) cases.push_back({tSTRING, s});
+  std::string all_bytes;
+  for (int b = 0; b < 256; ++b) all_bytes += static_cast<char>(b);
+  for (tag_TYPE_ID id : {tBINARY, tPTR}) {
+    for (const std::string& b : {""s, "\x00"s, "\xFF"s, all_bytes}) cases.push_back({id, b});
+  }
+  cases.push_back({tVOID, ""});
+
+  for (const auto& [id, bytes] : cases) {
+    iValue* original = Make(id);
+    ASSERT_GE(original->SetData(bytes.data(), static_cast<uint32_t>(bytes.size())), 0);
+    const std::string text = TerminatedText(original);
+    iValue* copy = Make(id);
+    if (id == tBOOL || id == tDOUBLE) {
+      ASSERT_EQ(copy->SetData("\x11\x11\x11\x11\x11\x11\x11\x11", 8), ResultOk);
+    }
+    EXPECT_GE(copy->SetText(text.c_str()), 0) << id << " '" << text << "'";
+    EXPECT_EQ(Data(copy), Data(original)) << id << " '" << text << "'";
+  }
+}
+
+using ValueTextDeathTest = ValueTest;
+
+// Number texts live in a 256-byte work buffer: 255 characters fit, more stop
+// the process rather than store a cut number.
+TEST_F(ValueTextDeathTest, DoubleTextBeyond255CharactersStopsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  for (double d : {9e247, -1e247}) {
+    iValue* value = Make(tDOUBLE);
+    ASSERT_EQ(value->SetData(DoubleBytes(d).data(), 8), ResultOk);
+    EXPECT_EQ(Text(value).size(), 255u) << d;
+  }
+  for (double d : {1e248, -2e247, DBL_MAX}) {
+    iValue* value = Make(tDOUBLE);
+    ASSERT_EQ(value->SetData(DoubleBytes(d).data(), 8), ResultOk);
+    char buffer[400];
+    uint32_t count = 0;
+    EXPECT_DEATH((void)value->GetText(buffer, sizeof buffer, &count), "") << d;
+    EXPECT_DEATH((void)value->GetText(nullptr, 0, &count), "") << d;
+  }
+}
+
+// The codec on its own: decoding counted input (no terminator to lean on).
+TEST(Utf8DecodeTest, Sequences) {
+  const uint32_t q = '?';
+  const struct {
+    std::string text;
+    std::vector<uint32_t> units;
+  } cases[] = {
+      {"\xF4\x8F\xBF\xBF", {0x10FFFF}},
+      {"A\xF0\x9F\x98", {'A', q}},         // cut short by the end
+      {"\xE2\x82" "A\xC3\xA4", {q, 'A', 0xE4}},  // cut short by a non-continuation byte
+      {"\x80", {q}},                       // stray continuation byte
+      {"\xC0\x80", {0}},                   // shape only, no validation
+  };
+  for (const auto& c : cases) {
+    std::vector<char> exact(c.text.begin(), c.text.end());
+    std::vector<uint32_t> out(exact.size());
+    out.resize(Utf8Decode(exact.data(), exact.size(), out.data()));
+    EXPECT_EQ(out, c.units) << c.text;
+  }
+  uint32_t out[2] = {7, 7};
+  EXPECT_EQ(Utf8Decode("\xC3\xA4", 1, out), 1u);
+  EXPECT_EQ(out[0], q);
+  EXPECT_EQ(out[1], 7u);
+}
+
+// Every scalar value and surrogate survives encode then decode, and the
+// byte count agrees with what is written inside the valid range.
+TEST(Utf8Test, EncodeDecodeEveryCodePoint) {
+  for (uint32_t cp = 0; cp <= 0x10FFFF; ++cp) {
+    const wchar_t unit = static_cast<wchar_t>(cp);
+    char bytes[4];
+    const size_t written = Utf8EncodeWide(&unit, 1, bytes, sizeof bytes);
+    ASSERT_EQ(written, Utf8CountWide(&unit, 1)) << cp;
+    uint32_t back[4];
+    ASSERT_EQ(Utf8Decode(bytes, written, back), 1u) << cp;
+    ASSERT_EQ(back[0], cp);
+  }
+}
+
+}  // namespace
+}  // namespace propmap

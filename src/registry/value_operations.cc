@@ -66,6 +66,17 @@ tERROR WriteValue(PropertiesMap* store, iValue* value, tag_TYPE_ID requested, co
   return ResultOk;
 }
 
+// Writes into `existing`, or when there is none and `create` is set, adds a
+// value through `add`; either way a change marks the store dirty.
+template <typename Add>
+tERROR WriteOrAdd(PropertiesMap* store, iValue* existing, tag_TYPE_ID type, const void* data, uint32_t size,
+                  uint32_t create, Add add) {
+  if (existing != nullptr) return WriteValue(store, existing, type, data, size);
+  if (create == 0) return ErrNotFound;
+  tERROR err = add();
+  if (Succeeded(err)) MarkDirty(store);
+  return err;
+}
 
 }  // namespace
 
@@ -137,16 +148,9 @@ tERROR SetValue(iRegistry* self, hKey key, const char* name, uint32_t type, cons
     KeyNode* node = Resolve(store, key);
     // Deliberately silent: an unresolvable key returns without a line.
     if (node == nullptr) return ErrInvalidHandle;
-    if (name == nullptr) {
-      err = ErrBadParameter;
-    } else if (iValue* value = FindValue(node, name); value != nullptr) {
-      err = WriteValue(store, value, type, data, size);
-    } else if (create == 0) {
-      err = ErrNotFound;
-    } else {
-      err = AddUniqueValue(node, name, type, data, size);
-      if (Succeeded(err)) MarkDirty(store);
-    }
+    err = name == nullptr ? ErrBadParameter
+                          : WriteOrAdd(store, FindValue(node, name), type, data, size, create,
+                                       [&] { return AddUniqueValue(node, name, type, data, size); });
   }
   Trace(store, kTraceOperation, "prmap\t%s %s (0x%x:%d): %terr", "SetValue", name,
         Low32(reinterpret_cast<uint64_t>(data)), static_cast<int>(size), err);
@@ -162,13 +166,9 @@ tERROR SetValueByIndex(iRegistry* self, hKey key, uint32_t index, uint32_t type,
     err = ErrReadOnly;
   } else if (KeyNode* node = Resolve(store, key); node == nullptr) {
     err = ErrInvalidHandle;
-  } else if (iValue* value = propmap::GetValueByIndex(node, index); value != nullptr) {
-    err = WriteValue(store, value, type, data, size);
-  } else if (create == 0) {
-    err = ErrNotFound;
   } else {
-    err = AddValueAt(node, index, type, data, size);
-    if (Succeeded(err)) MarkDirty(store);
+    err = WriteOrAdd(store, propmap::GetValueByIndex(node, index), type, data, size, create,
+                     [&] { return AddValueAt(node, index, type, data, size); });
   }
   Trace(store, kTraceOperation, "prmap\t%s %d (0x%x:%d): %terr", "SetValueByIndex", static_cast<int>(index),
         Low32(reinterpret_cast<uint64_t>(data)), static_cast<int>(size), err);

@@ -85,7 +85,7 @@ void BM_EnumerateTenThousandSubKeys(benchmark::State& state) {
   MallocHeap heap;
   Tree t(&heap);
   for (int i = 0; i < 10000; ++i) {
-    OpenOrCreateKey(t.tree.root, ("key" + std::to_string(i)).c_str(), false);
+    if (OpenOrCreateKey(t.tree.root, ("key" + std::to_string(i)).c_str(), false) == nullptr) std::abort();
   }
   for (auto _ : state) {
     for (uint32_t i = 0; i < 10000; ++i) benchmark::DoNotOptimize(GetKeyByIndex(t.tree.root, i));

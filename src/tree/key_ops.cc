@@ -2,7 +2,6 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
-#include <vector>
 
 #include "tree/tree.h"
 
@@ -106,34 +105,39 @@ void DestroyKey(KeyNode* key) {
   key->~KeyNode();
 }
 
+namespace {
+
+// Moves every sub-key of `from` to the end of `to`'s sub-key list in O(1).
+// Only for clearing: `from`'s index is dropped, not rebuilt under `to`.
+void SpliceSubKeys(KeyNode* from, KeyNode* to) {
+  ListLink* first = from->keys.next;
+  ListLink* last = from->keys.prev;
+  ListLink* tail = to->keys.prev;
+  tail->next = first;
+  first->prev = tail;
+  last->next = &to->keys;
+  to->keys.prev = last;
+  InitListHead(&from->keys);
+  to->key_count += from->key_count;
+  from->key_count = 0;
+  from->key_index.clear();
+  from->cursor.valid = 0;
+}
+
+}  // namespace
+
 void ClearKey(KeyNode* key) {
   key->value_index.clear();
   while (!ListEmpty(&key->values)) RemoveEntry(key, EntryFrom(key->values.next), true);
   key->cursor.valid = 0;
   key->key_index.clear();
-  if (ListEmpty(&key->keys)) return;
-
-  // Leaves first, without recursion: descend along first children, remove a
-  // leaf, and climb back through the explicit stack when a parent is empty.
-  std::vector<KeyNode*> stack;
-  KeyNode* parent = key;
-  KeyNode* child = key->FirstChild();
-  for (;;) {
-    while (!ListEmpty(&child->keys)) {
-      stack.push_back(parent);
-      parent = child;
-      child = child->FirstChild();
-    }
-    RemoveKey(parent, child, true);
-    if (!ListEmpty(&parent->keys)) {
-      child = parent->FirstChild();
-    } else if (stack.empty()) {
-      break;
-    } else {
-      child = parent;
-      parent = stack.back();
-      stack.pop_back();
-    }
+  // Without recursion and without a stack that could fail to grow: a
+  // sub-key's own sub-keys move up to the end of this key's list before it
+  // goes, so every key removed is a leaf. Linear in the number of keys.
+  while (!ListEmpty(&key->keys)) {
+    KeyNode* child = key->FirstChild();
+    if (!ListEmpty(&child->keys)) SpliceSubKeys(child, key);
+    RemoveKey(key, child, true);
   }
 }
 

@@ -1,5 +1,6 @@
 // Whole-tree operations: the root, the current key, parent search and paths.
 #include <cstring>
+#include <new>
 #include <vector>
 
 #include "tree/tree.h"
@@ -10,7 +11,7 @@ namespace {
 // Depth-first, pre-order search of from's subtree for target. On success
 // `chain` runs from `from` down to `target` (both included). Iterative, so
 // deep chains of keys cannot exhaust the call stack.
-bool FindChain(KeyNode* from, KeyNode* target, std::vector<KeyNode*>* chain) {
+bool FindChainUnguarded(KeyNode* from, KeyNode* target, std::vector<KeyNode*>* chain) {
   chain->clear();
   chain->push_back(from);
   if (from == target) return true;
@@ -26,6 +27,16 @@ bool FindChain(KeyNode* from, KeyNode* target, std::vector<KeyNode*>* chain) {
     chain->push_back(child);
     if (child == target) return true;
     child = child->FirstChild();
+  }
+}
+
+// As above; a chain that cannot grow (free store exhausted) ends the search
+// with ErrNoMemory instead of an exception reaching the interface.
+tERROR FindChain(KeyNode* from, KeyNode* target, std::vector<KeyNode*>* chain) {
+  try {
+    return FindChainUnguarded(from, target, chain) ? ResultOk : ErrNotFound;
+  } catch (const std::bad_alloc&) {
+    return ErrNoMemory;
   }
 }
 
@@ -84,7 +95,7 @@ void ClearCurrentKey(PropertiesTree* tree) { ClearKey(tree->current); }
 KeyNode* FindParent(KeyNode* from, KeyNode* target) {
   if (target == nullptr) return nullptr;
   std::vector<KeyNode*> chain;
-  if (!FindChain(from, target, &chain)) return nullptr;
+  if (FindChain(from, target, &chain) != ResultOk) return nullptr;
   return chain.size() == 1 ? from : chain[chain.size() - 2];
 }
 
@@ -103,12 +114,17 @@ tERROR GetKeyPath(const PropertiesTree* tree, KeyNode* base, KeyNode* key, char*
   if (tree->root == nullptr) return ErrNotImplemented;
   if (key == nullptr) return ErrBadParameter;
   std::vector<KeyNode*> chain;
-  if (!FindChain(base, key, &chain)) return ErrNotApplicable;
+  const tERROR found = FindChain(base, key, &chain);
+  if (found != ResultOk) return found == ErrNotFound ? ErrNotApplicable : found;
 
   // Each name starts where the previous ended, after a separator unless it
   // starts at 0 (so an unnamed base adds nothing, not even a separator).
   std::vector<uint32_t> starts;
-  starts.reserve(chain.size());
+  try {
+    starts.reserve(chain.size());
+  } catch (const std::bad_alloc&) {
+    return ErrNoMemory;
+  }
   uint32_t end = *position;
   for (KeyNode* node : chain) {
     uint32_t start = end;

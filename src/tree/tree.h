@@ -46,13 +46,15 @@ void ClearCurrentKey(PropertiesTree* tree);
 // after a size query (null buffer) or a write. Writing needs *position <= size
 // and a buffer of *position + 1 bytes (the NUL follows the last name).
 // Fails with ErrNotImplemented (no root), ErrBadParameter (null key),
-// ErrNotApplicable (key not below base; *position unchanged) and
-// ErrBufferTooSmall (*position holds the length needed).
+// ErrNotApplicable (key not below base; *position unchanged),
+// ErrBufferTooSmall (*position holds the length needed) and ErrNoMemory (the
+// search's own bookkeeping could not grow).
 [[nodiscard]] tERROR GetKeyPath(const PropertiesTree* tree, KeyNode* base, KeyNode* key, char* buffer,
                                 uint32_t size, uint32_t* position, char separator);
 
 // Null for a null target; `from` itself for from == target; else the parent
-// of target found by a depth-first, pre-order search of from's subtree.
+// of target found by a depth-first, pre-order search of from's subtree; null
+// when target is not there (or the search ran out of memory).
 [[nodiscard]] KeyNode* FindParent(KeyNode* from, KeyNode* target);
 
 // ---- Key level -----------------------------------------------------------
@@ -62,7 +64,8 @@ void ClearCurrentKey(PropertiesTree* tree);
 void ConstructKey(KeyNode* storage, iObj* host, const char* name, size_t length);
 // ClearKey, then release the name and index storage. Never fails.
 void DestroyKey(KeyNode* key);
-// Removes every value and sub-key, keeping the key. Iterative.
+// Removes every value and sub-key, keeping the key. Iterative and
+// allocation-free, so it cannot fail.
 void ClearKey(KeyNode* key);
 
 inline size_t GetKeyCount(const KeyNode* key) { return key->key_count; }

@@ -1,5 +1,6 @@
 // Copying a subtree into another store through the destination's own
 // operations, so that the destination may belong to another module instance.
+#include <new>
 #include <vector>
 
 #include "module/mem_chunk.h"
@@ -77,7 +78,13 @@ tERROR CopySubtree(PropertiesMap* store, hKey source, iRegistry* destination, hK
     }
     uint32_t children = 0;
     if (Succeeded(err)) err = GetKeyCountBody(store, &children, from);
-    if (Succeeded(err)) stack.push_back({from, to, 0, children});
+    if (Succeeded(err)) {
+      try {
+        stack.push_back({from, to, 0, children});
+      } catch (const std::bad_alloc&) {
+        err = ErrNoMemory;  // a deep tree outgrew the free store; nothing may escape to the host
+      }
+    }
     return err;
   };
   auto close = [&](const CopyFrame& frame) {

@@ -31,14 +31,14 @@ tERROR OpenKeyBody(PropertiesMap* store, hKey* key, hKey parent, const char* pat
   } else if (create != 0 && !IsReadOnly(store)) {
     uint32_t created = 0;
     KeyNode* found = OpenOrCreateKey(start, path, false, &created);
+    // Keys made before a deeper component failed stay in the tree, so the
+    // store has changed even when the call fails.
+    if (created != 0) MarkDirty(store);
     if (found == nullptr) {
       err = ErrNoMemory;
     } else {
       opened = ToHandle(found);
-      if (created != 0) {
-        MarkDirty(store);
-        err = KeyCreated;
-      }
+      if (created != 0) err = KeyCreated;
     }
   } else if (KeyNode* found = FindKey(start, path); found != nullptr) {
     opened = ToHandle(found);

@@ -17,12 +17,10 @@ class StoreLock {
  public:
   StoreLock(PropertiesMap* store, LockMode mode) {
     if (store->config.locking != 0 && store->lock_created != 0) {
-      lock_ = &store->lock;
-      if (mode == LockMode::kShared) {
-        pthread_rwlock_rdlock(lock_);
-      } else {
-        pthread_rwlock_wrlock(lock_);
-      }
+      const int failed = mode == LockMode::kShared ? pthread_rwlock_rdlock(&store->lock)
+                                                   : pthread_rwlock_wrlock(&store->lock);
+      // A lock that was not taken (EAGAIN, EDEADLK) must not be released.
+      if (failed == 0) lock_ = &store->lock;
     }
   }
   ~StoreLock() {

@@ -67,6 +67,7 @@ class StoreDirtyTest : public ::testing::Test {
   tERROR Set(const char* name, tag_TYPE_ID type, const void* data, uint32_t size, uint32_t create = 1) {
     return ops().SetValue(self(), 0, name, type, data, size, create);
   }
+  TestHeap& heap() { return heap_; }
   StoreDirtyTest& ReadOnly() {
     store_->config.read_only = 1;
     return *this;
@@ -114,6 +115,16 @@ const DirtyCase kDirtyCases[] = {
      ResultOk, true},
     {"missing without create", [](auto& t) { return t.Set("new", tDWORD, &k1, 4, 0); }, ErrNotFound, false},
     {"key created", [](auto& t) { hKey k; return t.ops().OpenKey(t.self(), &k, 0, "new", 1); }, KeyCreated, true},
+    // The first key stays when the second cannot be made: still a change.
+    {"key made, deeper one refused",
+     [](auto& t) {
+       hKey k;
+       t.heap().FailAt(3, true);  // the first key's node and name, then nothing
+       tERROR err = t.ops().OpenKey(t.self(), &k, 0, "new/deeper", 1);
+       t.heap().FailAt(0);
+       return err;
+     },
+     ErrNoMemory, true},
     {"key opened", [](auto& t) { hKey k; return t.ops().OpenKey(t.self(), &k, 0, "K/SUB", 1); }, ResultOk, false},
     // Removals mark the store only when they removed something; Clean always.
     {"value removed", [](auto& t) { return t.ops().DeleteValue(t.self(), 0, "D"); }, ResultOk, true},

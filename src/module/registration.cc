@@ -88,9 +88,9 @@ extern "C" int DllMain(void* host, uint32_t reason, tERROR* result) {
   using namespace propmap;
   if (reason != kLoadReason) return 1;
   SetModuleHost(static_cast<HostObject*>(host));
-  *result = ResultOk;
-  *result = RegisterRegistryInterface();
-  if (Succeeded(*result)) return 1;
+  const tERROR err = RegisterRegistryInterface();
+  if (result != nullptr) *result = err;  // the host may not ask for the code
+  if (Succeeded(err)) return 1;
   Trace(nullptr, kTraceError, "cannot register \"Registry\" interface");
   return 0;
 }

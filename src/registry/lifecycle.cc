@@ -71,21 +71,25 @@ tERROR ObjectNew(void* object, uint32_t construct) {
 }
 
 // Until profiles are loaded, initialisation makes an empty tree, applies a
-// root point given beforehand and creates the lock.
+// root point given beforehand and creates the lock; loading the profile will
+// take its place between the tree and the root point.
 tERROR InitDone(void* object) {
   PropertiesMap* store = PropertiesMap::From(object);
   tERROR err = InitTree(store->tree(), &store->obj);
-  if (Failed(err)) {
-    store->loaded = 0;
-    return err;
+  if (Succeeded(err) && store->pending_root != nullptr) {
+    // A root point that does not resolve is the result; its text stays
+    // pending (destruction frees it).
+    err = SetCurrentKeyByPath(store->tree(), store->pending_root);
+    if (Succeeded(err)) {
+      HeapFree(&store->obj, store->pending_root);
+      store->pending_root = nullptr;
+    }
   }
-  if (store->pending_root != nullptr) {
-    (void)SetCurrentKeyByPath(store->tree(), store->pending_root);
-    HeapFree(&store->obj, store->pending_root);
-    store->pending_root = nullptr;
-  }
-  store->loaded = 1;
-  return CreateStoreLock(store);
+  // The lock is set up whatever the result; if it cannot be, the store stays
+  // without locking (lock_created clear).
+  (void)CreateStoreLock(store);
+  store->loaded = Failed(err) ? 0 : 1;
+  return err;
 }
 
 tERROR PreClose(void* object) {

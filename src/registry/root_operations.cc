@@ -13,6 +13,9 @@ namespace {
 
 tERROR StorePendingRoot(PropertiesMap* store, const char* text, uint32_t length) {
   if (!HeapAvailable(&store->obj)) return ErrNotImplemented;
+  // The copy needs length + 1 bytes, which a 32-bit count cannot ask for
+  // when the size is all ones.
+  if (length == UINT32_MAX) return ErrNoMemory;
   void* block = nullptr;
   tERROR err = HeapAlloc(&store->obj, &block, length + 1);
   if (Failed(err)) return err;

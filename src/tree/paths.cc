@@ -63,6 +63,20 @@ KeyNode* OpenOrCreateLast(KeyNode* parent, const char* name, size_t length, uint
       parent->key_index.erase(it);
       return nullptr;
     }
+    if (key->name_length != length) {
+      // The name could not be copied and the key stays unnamed: index it
+      // under its stored empty name, as every created key is, so that
+      // lookups never meet a null name and removal finds the element.
+      parent->key_index.erase(it);
+      try {
+        parent->key_index.try_emplace(MakeNameKey(key->name, key->name_length), key);
+      } catch (const std::bad_alloc&) {
+        RemoveKey(parent, key, false);
+        return nullptr;
+      }
+      if (created != nullptr) *created = 1;
+      return key;
+    }
     // Index under the key's own buffer from now on, not the caller's path.
     it->first.name = key->name;
     it->second = key;

@@ -99,6 +99,15 @@ TEST_F(TreeFaultTest, ForcedCreationUnnamedKeysAndInitTree) {
   ASSERT_NE(key, nullptr);
   EXPECT_EQ(key->name_length, 0u);
   EXPECT_EQ(created, 1u);
+  // The same as the last component of an ordinary open: the key must not
+  // stay indexed under the name it could not keep.
+  heap_.FailAt(2);
+  created = 0;
+  ASSERT_NE(OpenOrCreateKey(root(), "lost", false, &created), nullptr);
+  EXPECT_EQ(created, 1u);
+  EXPECT_EQ(FindKey(root(), "lost"), nullptr);
+  EXPECT_EQ(RemoveKeyByIndex(root(), GetKeyCount(root()) - 1), ResultOk);
+  EXPECT_NE(OpenOrCreateKey(root(), "lost", false), nullptr);  // made afresh, properly named
 
   PropertiesTree other;
   ResetTree(&other);

@@ -14,10 +14,25 @@
 #include <cstring>
 #include <type_traits>
 
+#include "module/obj_services.h"
 #include "values/value.h"
 #include "values/value_output.h"
 
 namespace propmap {
+
+// The last step of a string set: a fresh `copy` replaces the stored string,
+// unless the two are `equal`, in which case the copy goes back to the owner
+// and the set reports ValueUnchanged. An unset string never compares equal.
+template <typename CharT, typename Equal>
+[[nodiscard]] tERROR KeepNewString(iObj* owner, CharT*& stored, CharT* copy, Equal equal) {
+  if (stored != nullptr && equal(stored, copy)) {
+    HeapFree(owner, copy);
+    return ValueUnchanged;
+  }
+  HeapFree(owner, stored);
+  stored = copy;
+  return ResultOk;
+}
 
 // The stored form of T: itself, except that a boolean is exchanged as a
 // 32-bit word holding any value.

@@ -24,13 +24,7 @@ tERROR Value_Base<char*>::SetData(const void* buffer, uint32_t size) {
   char* copy = static_cast<char*>(block);
   std::memcpy(copy, buffer, size);
   copy[size] = '\0';
-  if (data_ != nullptr && std::strcmp(data_, copy) == 0) {
-    HeapFree(owner_, copy);
-    return ValueUnchanged;
-  }
-  HeapFree(owner_, data_);
-  data_ = copy;
-  return ResultOk;
+  return KeepNewString(owner_, data_, copy, [](const char* a, const char* b) { return std::strcmp(a, b) == 0; });
 }
 
 tERROR StringValue_Base<char*>::GetText(char* buffer, uint32_t size, uint32_t* needed) const {

@@ -43,13 +43,7 @@ tERROR Value_Base<wchar_t*>::SetData(const void* buffer, uint32_t size) {
   wchar_t* copy = nullptr;
   tERROR err = NewWideCopy(owner_, buffer, size, &copy);
   if (Failed(err)) return err;
-  if (data_ != nullptr && std::wcscmp(data_, copy) == 0) {
-    HeapFree(owner_, copy);
-    return ValueUnchanged;
-  }
-  HeapFree(owner_, data_);
-  data_ = copy;
-  return ResultOk;
+  return KeepNewString(owner_, data_, copy, [](const wchar_t* a, const wchar_t* b) { return std::wcscmp(a, b) == 0; });
 }
 
 tERROR StringValue_Base<wchar_t*>::GetText(char* buffer, uint32_t size, uint32_t* needed) const {

@@ -25,9 +25,24 @@ tERROR cMemChunk::Resize(uint32_t size, bool keep) {
   return ResultOk;
 }
 
+tERROR cMemChunk::Ensure(uint64_t size, bool keep) {
+  if (size > UINT32_MAX) return ErrNoMemory;
+  if (size <= capacity_ && (data_ != nullptr || size == 0)) return ResultOk;
+  return Resize(static_cast<uint32_t>(size), keep);
+}
+
 void* cMemChunk::Reserve(uint32_t size, bool keep) {
-  if (size == kWholeSize || size <= capacity_) return data_;
-  return Succeeded(Resize(size, keep)) ? data_ : nullptr;
+  if (size == kWholeSize) return data_;
+  if (size <= capacity_) return data_;
+  return Succeeded(Ensure(size, keep)) ? data_ : nullptr;
+}
+
+void* cMemChunk::Release() {
+  void* block = data_;
+  data_ = nullptr;
+  used_ = 0;
+  capacity_ = 0;
+  return block;
 }
 
 tERROR cMemChunk::Fit(uint32_t size, bool keep) {

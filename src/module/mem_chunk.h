@@ -1,8 +1,13 @@
 // cMemChunk: a growable byte buffer in host-heap storage.
 //
-// The working buffer of the copy and load paths. It owns at most one block,
-// allocated and released through the iObj it was made with; the destructor
-// releases it. A failed growth keeps the old block and contents.
+// The working buffer of the copy, conversion and load paths. It owns at most
+// one block, allocated and released through the iObj it was made with; the
+// destructor releases it unless Release gave it away. A failed growth keeps
+// the old block and contents.
+//
+// Reserve keeps the interface's all-ones "current block" convention for its
+// slot; the module's own code asks through Ensure, where every size is a real
+// size computed in 64 bits, and reads the current block with data().
 //
 // Thread-safety: none; one owner at a time.
 #pragma once
@@ -39,7 +44,15 @@ class cMemChunk final : public tag_MemChunk {
   [[nodiscard]] tERROR Fit(uint32_t size, bool keep) override;
   void Clear() override;
 
+  // Room for `size` bytes: 0 or the host's code; a size that a 32-bit
+  // count cannot carry is ErrNoMemory. Never shrinks.
+  [[nodiscard]] tERROR Ensure(uint64_t size, bool keep);
+  // Hands the block to the caller (who frees it through the same iObj).
+  void* Release();
+
   void* data() const { return data_; }
+  template <typename T>
+  T* as() const { return static_cast<T*>(data_); }
   uint32_t used() const { return used_; }
   void set_used(uint32_t used) { used_ = used; }
   uint32_t capacity() const { return capacity_; }

@@ -1,8 +1,8 @@
 // Removing keys and values, and cleaning the current root key.
 #include "module/trace.h"
+#include "registry/operation.h"
 #include "registry/operations.h"
 #include "registry/store_access.h"
-#include "registry/store_lock.h"
 #include "registry/store_trace.h"
 
 namespace propmap {
@@ -34,52 +34,54 @@ tERROR RemoveByPath(KeyNode* start, const char* path) {
 
 }  // namespace
 
-tERROR DeleteKey(iRegistry* self, hKey parent, const char* path) {
+tERROR DeleteKey(iRegistry* self, hKey parent, const char* path) noexcept {
   PropertiesMap* store = PropertiesMap::From(self);
-  StoreLock lock(store, LockMode::kExclusive);
-  tERROR err = RemoveWith(store, parent, [&](KeyNode* key) { return RemoveByPath(key, path); });
-  Trace(store, kTraceOperation, "prmap\t%s %s: %terr", "DeleteKey", path, err);
-  return err;
+  return RunOperation(
+      store, LockMode::kExclusive,
+      [&] { return RemoveWith(store, parent, [&](KeyNode* key) { return RemoveByPath(key, path); }); },
+      [&](tERROR e) { Trace(store, kTraceOperation, "prmap\t%s %s: %terr", "DeleteKey", path, e); });
 }
 
-tERROR DeleteKeyByInd(iRegistry* self, hKey parent, uint32_t index) {
+tERROR DeleteKeyByInd(iRegistry* self, hKey parent, uint32_t index) noexcept {
   PropertiesMap* store = PropertiesMap::From(self);
-  StoreLock lock(store, LockMode::kExclusive);
-  tERROR err = RemoveWith(store, parent, [&](KeyNode* key) { return RemoveKeyByIndex(key, index); });
-  Trace(store, kTraceOperation, "prmap\t%s %d : %terr", "DeleteKeyByInd", static_cast<int>(index), err);
-  return err;
+  return RunOperation(
+      store, LockMode::kExclusive,
+      [&] { return RemoveWith(store, parent, [&](KeyNode* key) { return RemoveKeyByIndex(key, index); }); },
+      [&](tERROR e) {
+        Trace(store, kTraceOperation, "prmap\t%s %d : %terr", "DeleteKeyByInd", static_cast<int>(index), e);
+      });
 }
 
-tERROR DeleteValue(iRegistry* self, hKey key, const char* name) {
+tERROR DeleteValue(iRegistry* self, hKey key, const char* name) noexcept {
   PropertiesMap* store = PropertiesMap::From(self);
-  StoreLock lock(store, LockMode::kExclusive);
-  tERROR err = RemoveWith(store, key, [&](KeyNode* node) { return RemoveValue(node, name); });
-  Trace(store, kTraceOperation, "prmap\t%s %s: %terr", "DeleteValue", name, err);
-  return err;
+  return RunOperation(
+      store, LockMode::kExclusive,
+      [&] { return RemoveWith(store, key, [&](KeyNode* node) { return RemoveValue(node, name); }); },
+      [&](tERROR e) { Trace(store, kTraceOperation, "prmap\t%s %s: %terr", "DeleteValue", name, e); });
 }
 
-tERROR DeleteValueByInd(iRegistry* self, hKey key, uint32_t index) {
+tERROR DeleteValueByInd(iRegistry* self, hKey key, uint32_t index) noexcept {
   PropertiesMap* store = PropertiesMap::From(self);
-  StoreLock lock(store, LockMode::kExclusive);
-  tERROR err = RemoveWith(store, key, [&](KeyNode* node) { return RemoveValueByIndex(node, index); });
-  Trace(store, kTraceOperation, "prmap\t%s %d: %terr", "DeleteValueByInd", static_cast<int>(index), err);
-  return err;
+  return RunOperation(
+      store, LockMode::kExclusive,
+      [&] { return RemoveWith(store, key, [&](KeyNode* node) { return RemoveValueByIndex(node, index); }); },
+      [&](tERROR e) {
+        Trace(store, kTraceOperation, "prmap\t%s %d: %terr", "DeleteValueByInd", static_cast<int>(index), e);
+      });
 }
 
-tERROR Clean(iRegistry* self) {
+tERROR Clean(iRegistry* self) noexcept {
   PropertiesMap* store = PropertiesMap::From(self);
-  StoreLock lock(store, LockMode::kExclusive);
-  tERROR err = ResultOk;
-  if (IsReadOnly(store)) {
-    err = ErrReadOnly;
-  } else if (!store->has_tree()) {
-    err = ErrInvalidHandle;
-  } else {
-    ClearCurrentKey(store->tree());
-    MarkDirty(store);  // always, even when the key was already empty
-  }
-  TraceOperation(store, "Clean", err);
-  return err;
+  return RunOperation(
+      store, LockMode::kExclusive,
+      [&] {
+        if (IsReadOnly(store)) return ErrReadOnly;
+        if (!store->has_tree()) return ErrInvalidHandle;
+        ClearCurrentKey(store->tree());
+        MarkDirty(store);  // always, even when the key was already empty
+        return ResultOk;
+      },
+      [&](tERROR e) { TraceOperation(store, "Clean", e); });
 }
 
 }  // namespace propmap

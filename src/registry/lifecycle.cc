@@ -30,10 +30,7 @@ tERROR Construct(PropertiesMap* store) {
 tERROR Destroy(PropertiesMap* store) noexcept {
   InstallModuleTables(store);
   if (HostObject* host = ModuleHost(); host != nullptr) store->obj.table = host->obj_table;
-  if (store->lock_created != 0) {
-    pthread_rwlock_destroy(&store->lock);
-    store->lock_created = 0;
-  }
+  DestroyStoreLock(store);
   HeapFree(&store->obj, store->pending_root);
   store->pending_root = nullptr;
   using ixo::string_t;
@@ -44,18 +41,6 @@ tERROR Destroy(PropertiesMap* store) noexcept {
 }
 
 }  // namespace
-
-tERROR CreateStoreLock(PropertiesMap* store) {
-  if (store->config.locking == 0 || store->lock_created != 0) return ResultOk;
-  pthread_rwlockattr_t attributes;
-  pthread_rwlockattr_init(&attributes);
-  pthread_rwlockattr_setkind_np(&attributes, PTHREAD_RWLOCK_PREFER_WRITER_NONRECURSIVE_NP);
-  int rc = pthread_rwlock_init(&store->lock, &attributes);
-  pthread_rwlockattr_destroy(&attributes);
-  if (rc != 0) return ResultFromErrno(static_cast<uint32_t>(rc));
-  store->lock_created = 1;
-  return ResultOk;
-}
 
 tERROR ObjectNew(void* object, uint32_t construct) {
   PropertiesMap* store = PropertiesMap::From(object);

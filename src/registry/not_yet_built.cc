@@ -4,6 +4,6 @@
 
 namespace propmap {
 
-tERROR Flush(iRegistry*, uint32_t) { return ErrNotImplemented; }
+tERROR Flush(iRegistry*, uint32_t) noexcept { return ErrNotImplemented; }
 
 }  // namespace propmap

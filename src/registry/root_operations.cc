@@ -3,6 +3,7 @@
 #include <cstring>
 #include <new>
 
+#include "registry/operation.h"
 #include "registry/operations.h"
 #include "registry/store_trace.h"
 #include "registry/text_out.h"
@@ -135,18 +136,20 @@ tERROR SetRootStrUnlocked(PropertiesMap* store, const char* path) {
   return SetCurrentKeyByPath(store->tree(), path);
 }
 
-tERROR SetRootKey(iRegistry* self, hKey key) {
+// Neither takes the lock: the host sets the root before putting a store
+// into service.
+tERROR SetRootKey(iRegistry* self, hKey key) noexcept {
   PropertiesMap* store = PropertiesMap::From(self);
-  tERROR err = SetRootKeyUnlocked(store, key);
-  TraceOperation(store, "SetRootKey", err);
-  return err;
+  return RunOperation(
+      store, LockMode::kNone, [&] { return SetRootKeyUnlocked(store, key); },
+      [&](tERROR e) { TraceOperation(store, "SetRootKey", e); });
 }
 
-tERROR SetRootStr(iRegistry* self, const char* path) {
+tERROR SetRootStr(iRegistry* self, const char* path) noexcept {
   PropertiesMap* store = PropertiesMap::From(self);
-  tERROR err = SetRootStrUnlocked(store, path);
-  TraceOperation(store, "SetRootStr", err);
-  return err;
+  return RunOperation(
+      store, LockMode::kNone, [&] { return SetRootStrUnlocked(store, path); },
+      [&](tERROR e) { TraceOperation(store, "SetRootStr", e); });
 }
 
 }  // namespace propmap

@@ -1,8 +1,20 @@
-// Scoped use of a store's reader/writer lock.
+// The store's reader/writer lock: creation and scoped use.
 //
-// The lock is taken only when the locking flag is set and the loader created
-// the lock; otherwise the store relies on its callers. The guard releases on
-// every path out of its scope, exceptions included.
+// The lock exists only when the locking flag is set and the loader created
+// it; without it the store relies on its callers and StoreLock takes nothing.
+//
+// A lock that cannot be taken is a result code, never a reason to run
+// unlocked: pthread's own failures (EAGAIN with too many readers, EDEADLK)
+// are mapped, and so are re-entries the writer-preferring, non-recursive
+// lock would hang on. Each thread remembers which stores it holds, so that a
+// host callback that calls back into a store on the same thread (a trace
+// sink, the destination of a copy) gets:
+//   - shared while already holding it shared: granted without locking again
+//     (a second rdlock would wait behind a queued writer forever);
+//   - anything else while holding the store: EDEADLK's code.
+//
+// Thread-safety: the held-lock record is per thread; the lock itself is the
+// store's only synchronisation.
 #pragma once
 
 #include <pthread.h>
@@ -11,30 +23,27 @@
 
 namespace propmap {
 
-enum class LockMode { kShared, kExclusive };
+enum class LockMode { kNone, kShared, kExclusive };
 
 class StoreLock {
  public:
-  StoreLock(PropertiesMap* store, LockMode mode) {
-    if (store->config.locking != 0 && store->lock_created != 0) {
-      const int failed = mode == LockMode::kShared ? pthread_rwlock_rdlock(&store->lock)
-                                                   : pthread_rwlock_wrlock(&store->lock);
-      // A lock that was not taken (EAGAIN, EDEADLK) must not be released.
-      if (failed == 0) lock_ = &store->lock;
-    }
-  }
-  ~StoreLock() {
-    if (lock_ != nullptr) pthread_rwlock_unlock(lock_);
-  }
+  StoreLock(PropertiesMap* store, LockMode mode);
+  ~StoreLock();
   StoreLock(const StoreLock&) = delete;
   StoreLock& operator=(const StoreLock&) = delete;
 
+  // 0 when the scope may touch the store; otherwise the mapped failure and
+  // nothing is held.
+  [[nodiscard]] tERROR status() const { return status_; }
+
  private:
-  pthread_rwlock_t* lock_ = nullptr;
+  PropertiesMap* held_ = nullptr;  // set only when this scope took the lock
+  tERROR status_ = ResultOk;
 };
 
 // Creates the writer-preferring, non-recursive lock when the locking flag is
 // set. Returns 0 also when no lock is wanted.
 [[nodiscard]] tERROR CreateStoreLock(PropertiesMap* store);
+void DestroyStoreLock(PropertiesMap* store);
 
 }  // namespace propmap

@@ -1,10 +1,6 @@
-// The text-out convention of every operation that returns a name.
-//
-// With text: the needed size (length + 1) goes to *size first, also when the
-// call then fails; a buffer smaller than that gives ErrBufferTooSmall and
-// nothing is copied. Without text: *size = 0 and a given buffer succeeds with
-// nothing copied. A null buffer is a size query when buffer_size is 0 and
-// ErrBadParameter otherwise.
+// The text-out convention of every operation that returns a name: the output
+// protocol of value_output.h for a text and its NUL. Without text: *size = 0
+// and a given buffer succeeds with nothing copied.
 #pragma once
 
 #include <cstdint>
@@ -12,6 +8,7 @@
 
 #include "module/result_codes.h"
 #include "tree/tree.h"
+#include "values/value_output.h"
 
 namespace propmap {
 
@@ -19,13 +16,10 @@ namespace propmap {
                                         uint32_t* size) {
   if (text == nullptr) {
     if (size != nullptr) *size = 0;
-    if (buffer == nullptr) return buffer_size == 0 ? ResultOk : ErrBadParameter;
-    return ResultOk;
+    return buffer == nullptr && buffer_size != 0 ? ErrBadParameter : ResultOk;
   }
-  const uint64_t needed = uint64_t{length} + 1;
-  if (size != nullptr) *size = static_cast<uint32_t>(needed);
-  if (buffer == nullptr) return buffer_size == 0 ? ResultOk : ErrBadParameter;
-  if (needed > buffer_size) return ErrBufferTooSmall;
+  tERROR result = ResultOk;
+  if (!BeginOutput(uint64_t{length} + 1, buffer, buffer_size, size, &result)) return result;
   std::memcpy(buffer, text, length);
   static_cast<char*>(buffer)[length] = '\0';
   return ResultOk;
@@ -39,9 +33,8 @@ namespace propmap {
   uint32_t length = 0;
   tERROR err = GetKeyPath(tree, base, key, nullptr, 0, &length, kBackslash);
   if (Failed(err)) return err;
-  if (size != nullptr) *size = length + 1;
-  if (buffer == nullptr) return buffer_size == 0 ? ResultOk : ErrBadParameter;
-  if (uint64_t{length} + 1 > buffer_size) return ErrBufferTooSmall;
+  tERROR result = ResultOk;
+  if (!BeginOutput(uint64_t{length} + 1, buffer, buffer_size, size, &result)) return result;
   uint32_t position = 0;
   return GetKeyPath(tree, base, key, static_cast<char*>(buffer), length, &position, kBackslash);
 }

@@ -2,36 +2,11 @@
 
 #include <cstring>
 
+#include "module/mem_chunk.h"
 #include "support/utf8.h"
 
 namespace propmap {
 namespace {
-
-// A host-heap block released when the scope ends.
-class HeapBlock {
- public:
-  explicit HeapBlock(iObj* host) : host_(host) {}
-  ~HeapBlock() { HeapFree(host_, block_); }
-  HeapBlock(const HeapBlock&) = delete;
-  HeapBlock& operator=(const HeapBlock&) = delete;
-
-  [[nodiscard]] tERROR Allocate(uint32_t size) {
-    if (!HeapAvailable(host_)) return ErrNotImplemented;
-    return HeapAlloc(host_, &block_, size);
-  }
-  template <typename T>
-  T* as() const { return static_cast<T*>(block_); }
-  // Gives the block up: the caller owns it from now on.
-  void* Release() {
-    void* block = block_;
-    block_ = nullptr;
-    return block;
-  }
-
- private:
-  iObj* host_;
-  void* block_ = nullptr;
-};
 
 // A temporary value destroyed when the scope ends.
 class TempValue {
@@ -51,13 +26,13 @@ class TempValue {
 // GetText wrote (number and block texts carry no NUL of their own). The
 // block is zero-filled first: a block's count claims one byte more than its
 // hexadecimal digits, and the heap's fresh bytes must not become text.
-tERROR FetchText(const iValue* value, HeapBlock* text, uint32_t* length) {
+tERROR FetchText(const iValue* value, cMemChunk* text, uint32_t* length) {
   uint32_t count = 0;
   tERROR err = value->GetText(nullptr, 0, &count);
   if (Failed(err)) return err;
-  err = text->Allocate(count + 1);
+  err = text->Ensure(uint64_t{count} + 1, false);
   if (Failed(err)) return err;
-  std::memset(text->as<char>(), 0, static_cast<size_t>(count) + 1);
+  std::memset(text->data(), 0, uint64_t{count} + 1);
   err = value->GetText(text->as<char>(), count, &count);
   if (Failed(err)) return err;
   *length = static_cast<uint32_t>(std::strlen(text->as<char>()));
@@ -67,8 +42,8 @@ tERROR FetchText(const iValue* value, HeapBlock* text, uint32_t* length) {
 // Hands wide characters to the caller's string object: a fresh host block of
 // count + 1 characters replaces (and frees) its previous one.
 tERROR FillStringObject(iObj* host, const uint32_t* chars, uint32_t count, StringObject* object) {
-  HeapBlock block(host);
-  tERROR err = block.Allocate((count + 1) * sizeof(wchar_t));
+  cMemChunk block(host);
+  tERROR err = block.Ensure((uint64_t{count} + 1) * sizeof(wchar_t), false);
   if (Failed(err)) return err;
   wchar_t* out = block.as<wchar_t>();
   for (uint32_t i = 0; i < count; ++i) out[i] = static_cast<wchar_t>(chars[i]);
@@ -84,7 +59,7 @@ tERROR FillStringObject(iObj* host, const uint32_t* chars, uint32_t count, Strin
 tERROR ReadConverted(iObj* host, const iValue* stored, tag_TYPE_ID requested, void* buffer, uint32_t buffer_size,
                      uint32_t* size) {
   const tag_TYPE_ID working = requested == tSTRING_OBJ ? tWSTRING : requested;
-  HeapBlock text(host);
+  cMemChunk text(host);
   uint32_t length = 0;
   tERROR err = FetchText(stored, &text, &length);
   if (Failed(err)) return err;
@@ -92,8 +67,9 @@ tERROR ReadConverted(iObj* host, const iValue* stored, tag_TYPE_ID requested, vo
   if (temp.get() == nullptr) return ErrNoMemory;
 
   if (working == tWSTRING) {
-    HeapBlock wide(host);
-    err = wide.Allocate(4 * length + 4);
+    // One unit per byte at most, and the terminating unit.
+    cMemChunk wide(host);
+    err = wide.Ensure(uint64_t{4} * length + 4, false);
     if (Failed(err)) return err;
     const auto chars = static_cast<uint32_t>(Utf8Decode(text.as<char>(), length, wide.as<uint32_t>()));
     err = temp.get()->SetData(wide.as<uint32_t>(), 4 * chars);
@@ -109,10 +85,10 @@ tERROR ReadConverted(iObj* host, const iValue* stored, tag_TYPE_ID requested, vo
   uint32_t bytes = 0;
   err = temp.get()->GetData(nullptr, 0, &bytes);
   if (Failed(err)) return err;
-  HeapBlock chars(host);
-  err = chars.Allocate(bytes + 4);
+  cMemChunk chars(host);
+  err = chars.Ensure(uint64_t{bytes} + 4, false);
   if (Failed(err)) return err;
-  std::memset(chars.as<char>(), 0, bytes + 4);
+  std::memset(chars.data(), 0, uint64_t{bytes} + 4);
   if (bytes != 0) {
     err = temp.get()->GetData(chars.as<char>(), bytes, &bytes);
     if (Failed(err)) return err;
@@ -128,7 +104,7 @@ tERROR WriteConverted(iObj* host, iValue* stored, tag_TYPE_ID requested, const v
   if (temp.get() == nullptr) return ErrNoMemory;
   tERROR err = temp.get()->SetData(data, size);
   if (Failed(err)) return err;
-  HeapBlock text(host);
+  cMemChunk text(host);
   uint32_t length = 0;
   err = FetchText(temp.get(), &text, &length);
   if (Failed(err)) return err;

@@ -3,10 +3,10 @@
 #include <cstring>
 
 #include "module/trace.h"
+#include "registry/operation.h"
 #include "registry/operation_bodies.h"
 #include "registry/operations.h"
 #include "registry/store_access.h"
-#include "registry/store_lock.h"
 #include "registry/store_trace.h"
 #include "registry/text_out.h"
 #include "registry/value_conversion.h"
@@ -47,8 +47,10 @@ tERROR WriteValue(PropertiesMap* store, iValue* value, tag_TYPE_ID requested, co
   if (requested == tSTRING_OBJ) {
     if (data == nullptr) return ErrBadParameter;
     const auto* object = static_cast<const StringObject*>(data);
+    const uint64_t bytes = object->chars != nullptr ? uint64_t{4} * object->count : 0;
+    if (bytes > UINT32_MAX) return ErrNoMemory;  // a 32-bit size cannot carry it
     data = object->chars != nullptr ? object->chars : kEmptyWide;
-    size = object->chars != nullptr ? 4 * object->count : 0;
+    size = static_cast<uint32_t>(bytes);
     requested = tWSTRING;
   }
   // Wide strings take the caller's bytes as they are, whatever the type.
@@ -81,98 +83,104 @@ tERROR WriteOrAdd(PropertiesMap* store, iValue* existing, tag_TYPE_ID type, cons
 }  // namespace
 
 tERROR GetValue(iRegistry* self, uint32_t* size, hKey key, const char* name, uint32_t* type, void* buffer,
-                uint32_t buffer_size) {
+                uint32_t buffer_size) noexcept {
   PropertiesMap* store = PropertiesMap::From(self);
-  StoreLock lock(store, LockMode::kShared);
-  tERROR err = ErrInvalidHandle;
-  if (KeyNode* node = Resolve(store, key); node != nullptr) {
-    const iValue* value = name != nullptr ? FindValue(node, name) : nullptr;
-    if (name == nullptr) {
-      err = ErrBadParameter;
-    } else {
-      err = value != nullptr ? ReadValue(store, value, type, buffer, buffer_size, size) : ErrNotFound;
-    }
-  }
-  Trace(store, kTraceOperation, "prmap\tGetting value %s\\%s: %terr", "?", name, err);
-  return err;
+  return RunOperation(
+      store, LockMode::kShared,
+      [&] {
+        KeyNode* node = Resolve(store, key);
+        if (node == nullptr) return ErrInvalidHandle;
+        if (name == nullptr) return ErrBadParameter;
+        const iValue* value = FindValue(node, name);
+        return value != nullptr ? ReadValue(store, value, type, buffer, buffer_size, size) : ErrNotFound;
+      },
+      [&](tERROR e) { Trace(store, kTraceOperation, "prmap\tGetting value %s\\%s: %terr", "?", name, e); });
 }
 
-tERROR GetValueByIndexBody(PropertiesMap* store, uint32_t* size, hKey key, uint32_t index, uint32_t* type,
-                           void* buffer, uint32_t buffer_size) {
-  tERROR err = ErrInvalidHandle;
-  if (KeyNode* node = Resolve(store, key); node != nullptr) {
-    const iValue* value = propmap::GetValueByIndex(node, index);
-    err = value != nullptr ? ReadValue(store, value, type, buffer, buffer_size, size) : ErrNotFound;
-  }
-  Trace(store, kTraceOperation, "prmap\tGetting value by index %d: %terr", static_cast<int>(index), err);
-  return err;
+tERROR GetValueByIndexOn(PropertiesMap* store, LockMode lock, uint32_t* size, hKey key, uint32_t index,
+                         uint32_t* type, void* buffer, uint32_t buffer_size) {
+  return RunOperation(
+      store, lock,
+      [&] {
+        KeyNode* node = Resolve(store, key);
+        if (node == nullptr) return ErrInvalidHandle;
+        const iValue* value = propmap::GetValueByIndex(node, index);
+        return value != nullptr ? ReadValue(store, value, type, buffer, buffer_size, size) : ErrNotFound;
+      },
+      [&](tERROR e) {
+        Trace(store, kTraceOperation, "prmap\tGetting value by index %d: %terr", static_cast<int>(index), e);
+      });
 }
 
 tERROR GetValueByIndex(iRegistry* self, uint32_t* size, hKey key, uint32_t index, uint32_t* type, void* buffer,
-                       uint32_t buffer_size) {
-  PropertiesMap* store = PropertiesMap::From(self);
-  StoreLock lock(store, LockMode::kShared);
-  return GetValueByIndexBody(store, size, key, index, type, buffer, buffer_size);
+                       uint32_t buffer_size) noexcept {
+  return GetValueByIndexOn(PropertiesMap::From(self), LockMode::kShared, size, key, index, type, buffer,
+                           buffer_size);
 }
 
-tERROR GetValueNameByIndexBody(PropertiesMap* store, uint32_t* size, hKey key, uint32_t index, void* buffer,
-                               uint32_t buffer_size) {
-  tERROR err;
-  if (KeyNode* node = Resolve(store, key); node == nullptr) {
-    if (size != nullptr) *size = 0;
-    err = ErrInvalidHandle;
-  } else {
-    // Past the last value there is no text: size 0, and not an error.
-    const char* name = GetValueNameByIndex(node, index);
-    err = CopyTextOut(name, name != nullptr ? std::strlen(name) : 0, buffer, buffer_size, size);
-  }
-  TraceOperation(store, "GetValueNameByIndex", err);
-  return err;
+tERROR GetValueNameByIndexOn(PropertiesMap* store, LockMode lock, uint32_t* size, hKey key, uint32_t index,
+                             void* buffer, uint32_t buffer_size) {
+  return RunOperation(
+      store, lock,
+      [&] {
+        KeyNode* node = Resolve(store, key);
+        if (node == nullptr) {
+          if (size != nullptr) *size = 0;
+          return ErrInvalidHandle;
+        }
+        // Past the last value there is no text: size 0, and not an error.
+        const char* name = GetValueNameByIndex(node, index);
+        return CopyTextOut(name, name != nullptr ? std::strlen(name) : 0, buffer, buffer_size, size);
+      },
+      [&](tERROR e) { TraceOperation(store, "GetValueNameByIndex", e); });
 }
 
 tERROR GetValueNameByIndex(iRegistry* self, uint32_t* size, hKey key, uint32_t index, void* buffer,
-                           uint32_t buffer_size) {
-  PropertiesMap* store = PropertiesMap::From(self);
-  StoreLock lock(store, LockMode::kShared);
-  return GetValueNameByIndexBody(store, size, key, index, buffer, buffer_size);
+                           uint32_t buffer_size) noexcept {
+  return GetValueNameByIndexOn(PropertiesMap::From(self), LockMode::kShared, size, key, index, buffer, buffer_size);
+}
+
+tERROR SetValueOn(PropertiesMap* store, LockMode lock, hKey key, const char* name, uint32_t type, const void* data,
+                  uint32_t size, uint32_t create) {
+  return RunOperation(
+      store, lock,
+      [&] {
+        if (IsReadOnly(store)) return ErrReadOnly;
+        KeyNode* node = Resolve(store, key);
+        if (node == nullptr) return ErrInvalidHandle;
+        if (name == nullptr) return ErrBadParameter;
+        return WriteOrAdd(store, FindValue(node, name), type, data, size, create,
+                          [&] { return AddUniqueValue(node, name, type, data, size); });
+      },
+      [&](tERROR e) {
+        // Deliberately silent for an unresolvable key; no other step gives that code.
+        if (e == ErrInvalidHandle) return;
+        Trace(store, kTraceOperation, "prmap\t%s %s (0x%x:%d): %terr", "SetValue", name,
+              Low32(reinterpret_cast<uint64_t>(data)), static_cast<int>(size), e);
+      });
 }
 
 tERROR SetValue(iRegistry* self, hKey key, const char* name, uint32_t type, const void* data, uint32_t size,
-                uint32_t create) {
-  PropertiesMap* store = PropertiesMap::From(self);
-  StoreLock lock(store, LockMode::kExclusive);
-  tERROR err;
-  if (IsReadOnly(store)) {
-    err = ErrReadOnly;
-  } else {
-    KeyNode* node = Resolve(store, key);
-    // Deliberately silent: an unresolvable key returns without a line.
-    if (node == nullptr) return ErrInvalidHandle;
-    err = name == nullptr ? ErrBadParameter
-                          : WriteOrAdd(store, FindValue(node, name), type, data, size, create,
-                                       [&] { return AddUniqueValue(node, name, type, data, size); });
-  }
-  Trace(store, kTraceOperation, "prmap\t%s %s (0x%x:%d): %terr", "SetValue", name,
-        Low32(reinterpret_cast<uint64_t>(data)), static_cast<int>(size), err);
-  return err;
+                uint32_t create) noexcept {
+  return SetValueOn(PropertiesMap::From(self), LockMode::kExclusive, key, name, type, data, size, create);
 }
 
 tERROR SetValueByIndex(iRegistry* self, hKey key, uint32_t index, uint32_t type, const void* data, uint32_t size,
-                       uint32_t create) {
+                       uint32_t create) noexcept {
   PropertiesMap* store = PropertiesMap::From(self);
-  StoreLock lock(store, LockMode::kExclusive);
-  tERROR err;
-  if (IsReadOnly(store)) {
-    err = ErrReadOnly;
-  } else if (KeyNode* node = Resolve(store, key); node == nullptr) {
-    err = ErrInvalidHandle;
-  } else {
-    err = WriteOrAdd(store, propmap::GetValueByIndex(node, index), type, data, size, create,
-                     [&] { return AddValueAt(node, index, type, data, size); });
-  }
-  Trace(store, kTraceOperation, "prmap\t%s %d (0x%x:%d): %terr", "SetValueByIndex", static_cast<int>(index),
-        Low32(reinterpret_cast<uint64_t>(data)), static_cast<int>(size), err);
-  return err;
+  return RunOperation(
+      store, LockMode::kExclusive,
+      [&] {
+        if (IsReadOnly(store)) return ErrReadOnly;
+        KeyNode* node = Resolve(store, key);
+        if (node == nullptr) return ErrInvalidHandle;
+        return WriteOrAdd(store, propmap::GetValueByIndex(node, index), type, data, size, create,
+                          [&] { return AddValueAt(node, index, type, data, size); });
+      },
+      [&](tERROR e) {
+        Trace(store, kTraceOperation, "prmap\t%s %d (0x%x:%d): %terr", "SetValueByIndex", static_cast<int>(index),
+              Low32(reinterpret_cast<uint64_t>(data)), static_cast<int>(size), e);
+      });
 }
 
 }  // namespace propmap

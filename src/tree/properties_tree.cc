@@ -119,23 +119,26 @@ tERROR GetKeyPath(const PropertiesTree* tree, KeyNode* base, KeyNode* key, char*
 
   // Each name starts where the previous ended, after a separator unless it
   // starts at 0 (so an unnamed base adds nothing, not even a separator).
-  std::vector<uint32_t> starts;
+  // Positions are counted in 64 bits: a path whose length and NUL a 32-bit
+  // size cannot carry is refused before anything is written.
+  std::vector<uint64_t> starts;
   try {
     starts.reserve(chain.size());
   } catch (const std::bad_alloc&) {
     return ErrNoMemory;
   }
-  uint32_t end = *position;
+  uint64_t end = *position;
   for (KeyNode* node : chain) {
-    uint32_t start = end;
+    const uint64_t start = end;
     starts.push_back(start);
-    end = start + static_cast<uint32_t>(node->name_length) + (start != 0 ? 1 : 0);
+    end = start + node->name_length + (start != 0 ? 1 : 0);
   }
-  *position = end;
+  if (end >= UINT32_MAX) return ErrNoMemory;
+  *position = static_cast<uint32_t>(end);
   if (buffer == nullptr) return ResultOk;
   if (end > size) return ErrBufferTooSmall;
   for (size_t i = 0; i < chain.size(); ++i) {
-    uint32_t at = starts[i];
+    uint64_t at = starts[i];
     if (at != 0) buffer[at++] = separator;
     if (chain[i]->name_length != 0) std::memcpy(buffer + at, chain[i]->name, chain[i]->name_length);
   }

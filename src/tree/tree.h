@@ -47,8 +47,9 @@ void ClearCurrentKey(PropertiesTree* tree);
 // and a buffer of *position + 1 bytes (the NUL follows the last name).
 // Fails with ErrNotImplemented (no root), ErrBadParameter (null key),
 // ErrNotApplicable (key not below base; *position unchanged),
-// ErrBufferTooSmall (*position holds the length needed) and ErrNoMemory (the
-// search's own bookkeeping could not grow).
+// ErrBufferTooSmall (*position holds the length needed) and ErrNoMemory (a
+// path too long for a 32-bit size, or the search's own bookkeeping could not
+// grow).
 [[nodiscard]] tERROR GetKeyPath(const PropertiesTree* tree, KeyNode* base, KeyNode* key, char* buffer,
                                 uint32_t size, uint32_t* position, char separator);
 

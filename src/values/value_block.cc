@@ -35,12 +35,8 @@ tERROR Value_Base<void*>::SetData(const void* buffer, uint32_t size) {
 tERROR StringValue_Base<void*>::GetText(char* buffer, uint32_t size, uint32_t* needed) const {
   // The count claims a NUL that is never written: callers end the text.
   const uint64_t count = 2 * static_cast<uint64_t>(length_) + 1;
-  if (count > UINT32_MAX) {
-    if (needed != nullptr) *needed = UINT32_MAX;
-    return ErrBufferTooSmall;
-  }
   tERROR result = ResultOk;
-  if (!BeginOutput(static_cast<uint32_t>(count), buffer, size, needed, &result)) return result;
+  if (!BeginOutput(count, buffer, size, needed, &result)) return result;
   EncodeHexPairs(static_cast<const unsigned char*>(data_), length_, buffer);
   return ResultOk;
 }

@@ -51,12 +51,8 @@ tERROR StringValue_Base<wchar_t*>::GetText(char* buffer, uint32_t size, uint32_t
   if (data_ == nullptr || data_[0] == 0) return CopyOut(nullptr, 0, buffer, size, needed);
   const size_t units = std::wcslen(data_);
   const size_t count = Utf8CountWide(data_, units) + 1;
-  if (count > UINT32_MAX) {
-    if (needed != nullptr) *needed = UINT32_MAX;
-    return ErrBufferTooSmall;
-  }
   tERROR result = ResultOk;
-  if (!BeginOutput(static_cast<uint32_t>(count), buffer, size, needed, &result)) return result;
+  if (!BeginOutput(count, buffer, size, needed, &result)) return result;
   // Units above 0x10FFFF are counted as 0 bytes yet written as "?"; the
   // count stays the limit, so such a text may lose its NUL or its tail.
   const size_t written = Utf8EncodeWide(data_, units, buffer, count);

@@ -1,0 +1,82 @@
+#include "registry/store_lock.h"
+
+#include <cerrno>
+#include <cstddef>
+
+namespace propmap {
+namespace {
+
+// Stores this thread holds, innermost last. A thread holds more than one
+// only while a copy calls into another store; 16 is far beyond that.
+struct HeldLock {
+  const PropertiesMap* store;
+  LockMode mode;
+};
+constexpr size_t kMaxHeld = 16;
+thread_local HeldLock t_held[kMaxHeld];
+thread_local size_t t_held_count = 0;
+
+const HeldLock* FindHeld(const PropertiesMap* store) {
+  for (size_t i = 0; i < t_held_count; ++i) {
+    if (t_held[i].store == store) return &t_held[i];
+  }
+  return nullptr;
+}
+
+void ForgetHeld(const PropertiesMap* store) {
+  for (size_t i = t_held_count; i-- > 0;) {
+    if (t_held[i].store == store) {
+      t_held[i] = t_held[--t_held_count];
+      return;
+    }
+  }
+}
+
+}  // namespace
+
+StoreLock::StoreLock(PropertiesMap* store, LockMode mode) {
+  if (mode == LockMode::kNone || store->config.locking == 0 || store->lock_created == 0) return;
+  if (const HeldLock* held = FindHeld(store); held != nullptr) {
+    const bool reenter_shared = held->mode == LockMode::kShared && mode == LockMode::kShared;
+    if (!reenter_shared) status_ = ResultFromErrno(EDEADLK);
+    return;
+  }
+  if (t_held_count == kMaxHeld) {
+    status_ = ResultFromErrno(EAGAIN);
+    return;
+  }
+  const int rc = mode == LockMode::kShared ? pthread_rwlock_rdlock(&store->lock)
+                                           : pthread_rwlock_wrlock(&store->lock);
+  if (rc != 0) {
+    status_ = ResultFromErrno(static_cast<uint32_t>(rc));
+    return;
+  }
+  t_held[t_held_count++] = {store, mode};
+  held_ = store;
+}
+
+StoreLock::~StoreLock() {
+  if (held_ == nullptr) return;
+  ForgetHeld(held_);
+  pthread_rwlock_unlock(&held_->lock);
+}
+
+tERROR CreateStoreLock(PropertiesMap* store) {
+  if (store->config.locking == 0 || store->lock_created != 0) return ResultOk;
+  pthread_rwlockattr_t attributes;
+  pthread_rwlockattr_init(&attributes);
+  pthread_rwlockattr_setkind_np(&attributes, PTHREAD_RWLOCK_PREFER_WRITER_NONRECURSIVE_NP);
+  const int rc = pthread_rwlock_init(&store->lock, &attributes);
+  pthread_rwlockattr_destroy(&attributes);
+  if (rc != 0) return ResultFromErrno(static_cast<uint32_t>(rc));
+  store->lock_created = 1;
+  return ResultOk;
+}
+
+void DestroyStoreLock(PropertiesMap* store) {
+  if (store->lock_created == 0) return;
+  pthread_rwlock_destroy(&store->lock);
+  store->lock_created = 0;
+}
+
+}  // namespace propmap

@@ -9,13 +9,23 @@ namespace prhost {
 tERROR TraceSink::Write(const void* store, uint32_t level, const char* format, va_list args) {
   FormattedLine formatted = FormatTrace(format, args);
   TraceLine line{level, store, std::move(formatted.text), formatted.well_formed};
-  std::lock_guard lock(mu_);
-  if (echo_ != TraceEcho::kNone) {
-    std::FILE* to = echo_ == TraceEcho::kStderr ? stderr : stdout;
-    std::fprintf(to, "%s\n", Describe(line).c_str());
+  std::function<void(const TraceLine&)> observer;
+  {
+    std::lock_guard lock(mu_);
+    if (echo_ != TraceEcho::kNone) {
+      std::FILE* to = echo_ == TraceEcho::kStderr ? stderr : stdout;
+      std::fprintf(to, "%s\n", Describe(line).c_str());
+    }
+    lines_.push_back(line);
+    observer = observer_;
   }
-  lines_.push_back(std::move(line));
+  if (observer) observer(line);
   return kOk;
+}
+
+void TraceSink::set_observer(std::function<void(const TraceLine&)> observer) {
+  std::lock_guard lock(mu_);
+  observer_ = std::move(observer);
 }
 
 void TraceSink::set_echo(TraceEcho echo) {

@@ -11,6 +11,7 @@
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <iosfwd>
 #include <mutex>
 #include <string>
@@ -44,6 +45,9 @@ class TraceSink {
   tERROR Write(const void* store, uint32_t level, const char* format, va_list args);
 
   void set_echo(TraceEcho echo);
+  // Called with each line after it is kept, outside the sink's lock, on the
+  // module's thread: a host callback that may call back into the store.
+  void set_observer(std::function<void(const TraceLine&)> observer);
 
   [[nodiscard]] std::vector<TraceLine> Lines() const;
   // Lines written on behalf of one store (null: the module-level lines).
@@ -64,6 +68,7 @@ class TraceSink {
   mutable std::mutex mu_;
   std::vector<TraceLine> lines_;  // Protected by mu_
   TraceEcho echo_ = TraceEcho::kNone;  // Protected by mu_
+  std::function<void(const TraceLine&)> observer_;  // Protected by mu_
 };
 
 }  // namespace prhost

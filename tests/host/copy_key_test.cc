@@ -20,8 +20,25 @@ void Populate(const Store& s) {
   EXPECT_EQ(Rc{c.SetString(KeyAt(s, "network/mixed/leaf"), "Blank", "")}, Rc{kOk});
   const unsigned char blob[] = {0x00, 0x01, 0xFE, 0xFF};
   EXPECT_EQ(Rc{s.registry().SetValue(data, "Blob", tBINARY, blob, sizeof blob, 1)}, Rc{kOk});
-  const uint64_t big = 0x0123456789ABCDEFull;
-  EXPECT_EQ(Rc{s.registry().SetValue(data, "Big", tQWORD, &big, sizeof big, 1)}, Rc{kOk});
+  // One value of every storable type, filling its native width (0 for the
+  // variable-sized ones, which get text), so that a copy dropping or
+  // narrowing any type shows.
+  const struct {
+    TypeId type;
+    uint32_t width;
+  } kEveryType[] = {{1, 0},   {2, 1},   {3, 2},   {4, 4},   {5, 8},   {6, 4},   {7, 1},  {8, 4},  {9, 0},
+                    {10, 0},  {11, 4},  {12, 0},  {13, 4},  {14, 4},  {15, 1},  {17, 2}, {18, 8}, {19, 8},
+                    {20, 4},  {21, 4},  {22, 4},  {23, 4},  {24, 4},  {25, 4},  {26, 4}, {27, 4}, {28, 4},
+                    {29, 8},  {30, 8},  {31, 8},  {32, 8},  {48, 0},  {54, 4}};
+  const hKey every = KeyAt(s, "data");
+  const char pattern[] = "\x01\x02\x03\x04\x05\x06\x07\x08";
+  const char32_t wide[] = U"wide";
+  for (const auto& t : kEveryType) {
+    const std::string name = "type" + std::to_string(t.type);
+    const void* bytes = t.type == 10 ? static_cast<const void*>(wide) : pattern;
+    const uint32_t size = t.width != 0 ? t.width : t.type == 10 ? sizeof wide : t.type == 1 ? 0 : 4;
+    EXPECT_GE(s.registry().SetValue(every, name.c_str(), t.type, bytes, size, 1), 0) << name;
+  }
 }
 
 // The destination is driven only through its own table, so a store of an

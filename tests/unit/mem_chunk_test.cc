@@ -42,6 +42,22 @@ TEST(MemChunkTest, ReserveWithinCapacityOrWholeSizeDoesNotAllocate) {
   EXPECT_EQ(chunk.capacity(), 64u);
 }
 
+// Ensure takes every size as a real size: all ones is a request for 4 GiB - 1
+// (refused here by the heap), never the current block; beyond 32 bits the
+// heap is not even asked.
+TEST(MemChunkTest, EnsureNeverTakesASizeForTheCurrentBlock) {
+  TestHeap heap;
+  cMemChunk chunk(heap.host());
+  ASSERT_EQ(chunk.Ensure(64, false), ResultOk);
+  heap.FailAt(1);
+  EXPECT_EQ(chunk.Ensure(kWholeSize, true), ErrNoMemory);
+  heap.FailAt(0);
+  const uint64_t allocations = heap.allocations();
+  EXPECT_EQ(chunk.Ensure(uint64_t{1} << 32, true), ErrNoMemory);
+  EXPECT_EQ(heap.allocations(), allocations);
+  EXPECT_EQ(chunk.capacity(), 64u);
+}
+
 // Growth with and without keep, with the heap granting or refusing the call.
 TEST(MemChunkTest, GrowthKeepsOrDropsTheOldBlock) {
   struct Case {

@@ -1,0 +1,194 @@
+// What a demanding host can throw at the interface: sizes a 32-bit count
+// cannot carry, copies into the source's own store and subtree, callbacks
+// into a store that is in the middle of an operation, and a heap that fails
+// at every step of a copy. CTest's timeout is the watchdog against hangs.
+#include <fstream>
+#include <string>
+
+#include "host_fixture.h"
+#include "key_test_support.h"
+
+namespace prhost::testing {
+namespace {
+
+class HardeningTest : public HostTest {};
+
+constexpr tERROR kErrDeadlock = Code(0x80060000 | 35);  // EDEADLK through the errno mapping
+
+// A string object claiming more characters than a 32-bit byte size holds:
+// refused before a single character is read, the stored value unchanged.
+TEST_F(HardeningTest, WideSetBeyondThirtyTwoBitsIsRefused) {
+  for (TypeId stored : {tWSTRING, tSTRING}) {
+    Store& s = OpenStore();
+    const wchar_t few[2] = {L'a', 0};
+    const StringObject object{const_cast<wchar_t*>(few), (1u << 30) + 1};
+    ASSERT_EQ(Rc{s.registry().SetValue(0, "v", stored, stored == tWSTRING ? static_cast<const void*>(few) : "a",
+                                       stored == tWSTRING ? 8 : 1, 1)},
+              Rc{kOk});
+    const std::vector<std::string> before = Dump(s.registry());
+    EXPECT_EQ(Rc{s.registry().SetValue(0, "v", tSTRING_OBJ, &object, sizeof object, 1)}, Rc{kErrNoMemory});
+    EXPECT_EQ(Dump(s.registry()), before);
+  }
+}
+
+// Real values of 2^31 bytes and more: their text and wide forms need more
+// than 4 GiB, which the conversions refuse instead of wrapping into a small
+// block. Skipped where memory is short.
+uint64_t AvailableMemory() {
+  std::ifstream meminfo("/proc/meminfo");
+  std::string key;
+  uint64_t kib = 0;
+  while (meminfo >> key >> kib) {
+    if (key == "MemAvailable:") return kib * 1024;
+    meminfo.ignore(256, '\n');
+  }
+  return 0;
+}
+
+TEST_F(HardeningTest, HugeValuesConvertWithoutWrapping) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "gigabytes under AddressSanitizer's shadow: the plain build runs this";
+#endif
+  if (AvailableMemory() < (12ull << 30)) GTEST_SKIP() << "needs 12 GiB of free memory";
+  Store& s = OpenStore();
+  {
+    std::string block(size_t{1} << 31, '\x5A');
+    ASSERT_EQ(Rc{s.registry().SetValue(0, "blob", tBINARY, block.data(), uint32_t(block.size()), 1)}, Rc{kOk});
+    block = {};
+    uint32_t size = 0, type = tSTRING;
+    EXPECT_EQ(Rc{s.registry().GetValue(&size, 0, "blob", &type, nullptr, 0)}, Rc{kErrNoMemory});
+    EXPECT_EQ(size, 0u) << "nothing written";
+    EXPECT_EQ(Rc{s.registry().DeleteValue(0, "blob")}, Rc{kOk});
+  }
+  {
+    std::string text((size_t{1} << 30) + 1, 'x');
+    ASSERT_EQ(Rc{s.registry().SetValue(0, "text", tSTRING, text.data(), uint32_t(text.size()), 1)}, Rc{kOk});
+    text = {};
+    uint32_t size = 0, type = tWSTRING;  // four bytes a character, and one more
+    EXPECT_EQ(Rc{s.registry().GetValue(&size, 0, "text", &type, nullptr, 0)}, Rc{kErrNoMemory});
+    EXPECT_EQ(size, 0u);
+  }
+}
+
+// A copy within one store, and into the source's own subtree, completes and
+// copies the subtree as it was when the copy began. Before each copy:
+// A{one=1, x{two="2", y}, z}, Other, and the destination key.
+TEST_F(HardeningTest, CopyWithinOneStore) {
+  const std::vector<std::string> kA = {"|one|4|01000000", "x", "x|two|9|3200", "x\\y", "z"};
+  struct Case {
+    const char* from;  // copied key (CopyKeyByName's path)
+    const char* into;  // destination key ("" for the root, where CopyKeyByName copies)
+    bool by_name;
+    std::vector<std::string> into_after;
+  } cases[] = {
+      {"A", "A\\backup", false, kA},
+      {"A", "A\\x\\deep", false, kA},
+      {"A", "Other", false, kA},
+      {"A", "A", false, kA},
+      {"A\\x", "A", false, {"|one|4|01000000", "|two|9|3200", "x", "x|two|9|3200", "x\\y", "z", "y"}},
+      {"A", "", true,
+       {"|one|4|01000000", "A", "A|one|4|01000000", "A\\x", "A\\x|two|9|3200", "A\\x\\y", "A\\z", "Other", "x",
+        "x|two|9|3200", "x\\y", "z"}},
+  };
+  for (const Case& c : cases) {
+    for (uint32_t locking : {0u, 1u}) {
+      SCOPED_TRACE(std::string(c.from) + " into '" + c.into + "'" + (locking ? " locking" : ""));
+      Store& s = OpenStore({.locking = locking});
+      MakeKeys(s, {"A\\x\\y", "A\\z", "Other"});
+      ASSERT_EQ(Rc{s.client().SetDword(KeyAt(s, "A"), "one", 1)}, Rc{kOk});
+      ASSERT_EQ(Rc{s.client().SetString(KeyAt(s, "A\\x"), "two", "2")}, Rc{kOk});
+      if (*c.into != '\0') MakeKeys(s, {c.into});
+      const hKey into = *c.into != '\0' ? KeyAt(s, c.into) : 0;
+      const tERROR code = c.by_name ? s.registry().CopyKeyByName(c.from, s.object())
+                                    : s.registry().CopyKey(KeyAt(s, c.from), s.object(), into);
+      EXPECT_EQ(Rc{code}, Rc{kOk});
+      EXPECT_EQ(Dump(s.registry(), into), c.into_after);
+    }
+  }
+}
+
+// A trace sink that calls back into the store: after a plain operation the
+// lock is free; inside a copy the store is held, so a write (or anything,
+// when the copy holds it exclusively) gets EDEADLK's code instead of a hang,
+// and a read re-enters the shared lock.
+TEST_F(HardeningTest, CallbacksIntoAHeldStore) {
+  struct Case {
+    const char* what;
+    bool copy_within;  // else a copy into a second store, or no copy at all
+    bool copy;
+    bool write;        // the callback writes, else reads
+    tERROR expected;
+  } cases[] = {
+      {"after a plain operation, write", false, false, true, kOk},
+      {"inside a copy to another store, read", false, true, false, kOk},
+      {"inside a copy to another store, write", false, true, true, kErrDeadlock},
+      {"inside a copy within the store, read", true, true, false, kErrDeadlock},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Store& s = OpenStore({.locking = 1});
+    Store& other = OpenStore({.locking = 1});
+    MakeKeys(s, {"A\\B"});
+    ASSERT_EQ(Rc{s.client().SetDword(KeyAt(s, "A"), "v", 7)}, Rc{kOk});
+    std::vector<tERROR> seen;
+    bool inside = false;
+    module()->trace().set_observer([&](const TraceLine& line) {
+      if (inside || line.store != s.object() || !seen.empty()) return;
+      if (line.text.find(c.copy ? "Getting value by index" : "Opening key") == std::string::npos) return;
+      inside = true;
+      uint32_t value = 0, size = 0, type = tDWORD;
+      seen.push_back(c.write ? s.registry().SetValue(0, "cb", tDWORD, &value, 4, 1)
+                             : s.registry().GetValue(&size, KeyAt(s, "A"), "v", &type, &value, 4));
+      inside = false;
+    });
+    tERROR code = kOk;
+    if (!c.copy) {
+      code = s.registry().OpenKey(nullptr, 0, "A", 0);
+    } else {
+      code = s.registry().CopyKey(KeyAt(s, "A"), c.copy_within ? s.object() : other.object(),
+                                  c.copy_within ? KeyAt(s, "A\\B") : 0);
+    }
+    module()->trace().set_observer(nullptr);
+    EXPECT_EQ(Rc{code}, Rc{kOk});
+    ASSERT_EQ(seen.size(), 1u);
+    EXPECT_EQ(Rc{seen[0]}, Rc{c.expected});
+  }
+}
+
+// The destination's heap fails its N-th allocation, once, for N = 1, 2, ...
+// until the copy completes: each failure leaves a prefix of the full copy in
+// the destination, and every heap balances (checked by the fixture). Where
+// the failing allocation is a key's name, the key is made without a name and
+// the copy goes on: construction never fails, a behaviour kept on purpose.
+TEST_F(HardeningTest, CopyUnderAllocationFailureLeavesAPrefix) {
+  Store& source = OpenStore({.locking = 1});
+  MakeKeys(source, {"a\\b\\c", "a\\d", "e"});
+  ASSERT_EQ(Rc{source.client().SetString(KeyAt(source, "a"), "s", "text")}, Rc{kOk});
+  ASSERT_EQ(Rc{source.client().SetDword(KeyAt(source, "a\\b"), "n", 5)}, Rc{kOk});
+  const unsigned char blob[] = {1, 2, 3};
+  ASSERT_EQ(Rc{source.registry().SetValue(KeyAt(source, "a\\d"), "blob", tBINARY, blob, 3, 1)}, Rc{kOk});
+  const std::vector<std::string> full = Dump(source.registry());
+  for (bool fail_source : {false, true}) {
+    for (uint64_t n = 1;; ++n) {
+      SCOPED_TRACE((fail_source ? "source allocation " : "destination allocation ") + std::to_string(n));
+      Store& destination = OpenStore({.locking = 1});
+      (fail_source ? source : destination).heap().FailAt(n);
+      const tERROR code = source.registry().CopyKey(0, destination.object(), 0);
+      (fail_source ? source : destination).heap().ClearFault();
+      const std::vector<std::string> got = Dump(destination.registry());
+      if (code == kOk && got == full) break;  // the fault point lies past the copy's allocations
+      if (code == kOk) {
+        // A key whose name could not be copied is made nameless, silently (kept).
+        EXPECT_LE(got.size(), full.size());
+        continue;
+      }
+      EXPECT_EQ(Rc{code}, Rc{kErrNoMemory});
+      ASSERT_LE(got.size(), full.size());
+      EXPECT_TRUE(std::equal(got.begin(), got.end(), full.begin())) << "not a prefix";
+      ASSERT_LT(n, 200u);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace prhost::testing

@@ -1,9 +1,9 @@
-// Saving is not built yet: Flush answers ErrNotImplemented and traces nothing,
-// so that nobody mistakes it for working.
+// Flush is the profile's save.
+#include "persistence/persistence.h"
 #include "registry/operations.h"
 
 namespace propmap {
 
-tERROR Flush(iRegistry*, uint32_t) { return ErrNotImplemented; }
+tERROR Flush(iRegistry* registry, uint32_t) { return SaveProfile(PropertiesMap::From(registry)); }
 
 }  // namespace propmap

@@ -164,6 +164,9 @@ tERROR CopyFile(const char* source, const char* target, bool exclusive) {
     if (Succeeded(err)) err = closed;
   }
   (void)CloseFile(in);
+  // A torn copy must not pass for a backup (an exclusive copy would never
+  // be made again over it).
+  if (out >= 0 && Failed(err)) (void)RemoveFile(target);
   return err;
 }
 

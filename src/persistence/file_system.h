@@ -84,7 +84,7 @@ class PathHandle {
 // Copies in kCopyChunk pieces into a target made with the source's mode less
 // set-user-ID and set-group-ID; `exclusive` refuses an existing target
 // (ErrFsExists), otherwise it is truncated. A write of 0 bytes fails with
-// ErrUnexpected. A failed copy leaves the partial target.
+// ErrUnexpected. A copy that fails after making the target removes it.
 [[nodiscard]] tERROR CopyFile(const char* source, const char* target, bool exclusive);
 // Creates `directory` and its missing parents, outermost first, with `mode`
 // before the umask; directories that exist are fine.

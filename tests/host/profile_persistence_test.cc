@@ -158,6 +158,8 @@ TEST_F(ProfilePersistenceTest, LoadResults) {
   ASSERT_TRUE(WriteWholeFile(dir_.Join("file"), "x"));
   ASSERT_TRUE(WriteWholeFile(dir_.Join("empty.xml"), ""));
   ASSERT_TRUE(WriteWholeFile(dir_.Join("garbage.xml"), "this is not a profile"));
+  ASSERT_TRUE(WriteWholeFile(dir_.Join("torn.xml"), "<a><b></a>"));
+  ASSERT_TRUE(WriteWholeFile(dir_.Join("foreign.xml"), "<config><server port=\"80\">main</server></config>"));
   ASSERT_EQ(Rc{SaveGeneration(dir_.Join("50%done.xml"), 4)}, Rc{kOk});
   ASSERT_EQ(Rc{SaveGeneration(dir_.Join("bom.xml"), 6)}, Rc{kOk});
   ASSERT_TRUE(WriteWholeFile(dir_.Join("bom.xml"), "\xEF\xBB\xBF" + *ReadWholeFile(dir_.Join("bom.xml"))));
@@ -172,7 +174,9 @@ TEST_F(ProfilePersistenceTest, LoadResults) {
       {dir_.Join("made/here.xml"), 2, kOk, 0, {}},
       {dir_.Join("empty.xml"), 0, kOk, 0, {}},
       {dir_.Join("bom.xml"), 0, kOk, 6, {}},
-      {dir_.Join("garbage.xml"), 2, Code(0x800000C0), 0, {}},
+      {dir_.Join("garbage.xml"), 2, kErrBadParameter, 0, {}},
+      {dir_.Join("torn.xml"), 0, Code(0x800000C0), 0, {}},
+      {dir_.Join("foreign.xml"), 0, kOk, 0, {}},
       {dir_.Join("50%done.xml"), 0, kOk, 4,
        {"350 prmap\t" + dir_.Join("50%done.xml") +
         " contains '%' symbol, but environment variable expansion is currently not supported"}},

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "module/trace.h"
+#include "persistence/persistence.h"
 #include "registry/properties_map.h"
 #include "registry/store_lock.h"
 
@@ -55,27 +56,9 @@ tERROR ObjectNew(void* object, uint32_t construct) {
   return ErrUnexpected;
 }
 
-// Until profiles are loaded, initialisation makes an empty tree, applies a
-// root point given beforehand and creates the lock; loading the profile will
-// take its place between the tree and the root point.
-tERROR InitDone(void* object) {
-  PropertiesMap* store = PropertiesMap::From(object);
-  tERROR err = InitTree(store->tree(), &store->obj);
-  if (Succeeded(err) && store->pending_root != nullptr) {
-    // A root point that does not resolve is the result; its text stays
-    // pending (destruction frees it).
-    err = SetCurrentKeyByPath(store->tree(), store->pending_root);
-    if (Succeeded(err)) {
-      HeapFree(&store->obj, store->pending_root);
-      store->pending_root = nullptr;
-    }
-  }
-  // The lock is set up whatever the result; if it cannot be, the store stays
-  // without locking (lock_created clear).
-  (void)CreateStoreLock(store);
-  store->loaded = Failed(err) ? 0 : 1;
-  return err;
-}
+// Loading builds the tree, applies the pending root point and sets up the
+// lock whatever the result.
+tERROR InitDone(void* object) { return LoadProfile(PropertiesMap::From(object)); }
 
 tERROR PreClose(void* object) {
   PropertiesMap* store = PropertiesMap::From(object);

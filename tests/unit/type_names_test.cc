@@ -57,13 +57,6 @@ TEST(TypeIdFromNameTest, AgreesWithTableScanAroundEveryName) {
   EXPECT_EQ(named, 47);
 }
 
-TEST(TypeNameOfTest, NamesAndGaps) {
-  EXPECT_STREQ(TypeNameOf(tWSTRING), "tWSTRING");
-  EXPECT_STREQ(TypeNameOf(tERROR_TYPE), "tERROR");
-  EXPECT_STREQ(TypeNameOf(tMSGCLS_ID), "tMSGCLS_ID");
-  for (tag_TYPE_ID id : {0u, 16u, 33u, 40u, 47u}) EXPECT_EQ(TypeNameOf(id), nullptr) << id;
-}
-
 TEST(HasValueClassTest, ExactlyTheStorableIdentifiers) {
   for (tag_TYPE_ID id = 0; id < 300; ++id) {
     EXPECT_EQ(HasValueClass(id), (id >= 1 && id <= 32 && id != 16) || id == tBINARY || id == tTYPE_ID) << id;

@@ -1,0 +1,172 @@
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cstdio>
+#include <new>
+#include <string>
+
+#include "module/trace.h"
+#include "persistence/file_system.h"
+#include "persistence/host_stream.h"
+#include "persistence/persistence.h"
+#include "persistence/profile_codes.h"
+#include "profile_xml/document.h"
+#include "registry/store_access.h"
+#include "registry/operation.h"
+
+namespace propmap {
+namespace {
+
+constexpr mode_t kTemporaryMode = 0660;
+constexpr char kDefaultProfile[] = "profiles.xml";
+constexpr size_t kDefaultProfileLength = sizeof kDefaultProfile - 1;
+
+// The document text, built under the shared lock only.
+tERROR BuildText(PropertiesMap* store, std::string* text) {
+  StoreLock lock(store, LockMode::kShared);
+  if (Failed(lock.status())) return lock.status();
+  return Guarded([&] { return WriteProfileDocument(store->tree(), text); });
+}
+
+tERROR SaveToStream(PropertiesMap* store, HostStream* stream) {
+  std::string text;
+  const tERROR built = BuildText(store, &text);
+  // A partial text would replace the host's good copy.
+  if (Failed(built)) return built;
+  const tERROR written = stream->SeekWrite(nullptr, 0, text.data(), static_cast<uint32_t>(text.size()));
+  (void)stream->Flush();
+  if (Succeeded(written)) ClearDirty(store);
+  return written;
+}
+
+// Names beside the profile; the thread suffix keeps concurrent saves apart.
+struct SaveNames {
+  std::string temporary;
+  std::string first_backup;
+  std::string rolling_backup;
+  std::string parking;
+};
+
+SaveNames MakeNames(const std::string& profile) {
+  char thread[16];
+  std::snprintf(thread, sizeof thread, "%x", static_cast<unsigned>(pthread_self()));
+  return {profile + ".tmp" + thread, profile + ".bak", profile + ".bak2", profile + ".bak2" + thread};
+}
+
+// Opens, fills and syncs the temporary file; a file-layer code.
+tERROR WriteTemporary(PropertiesMap* store, const std::string& name) {
+  int fd = -1;
+  tERROR err = OpenFile(&fd, name.c_str(), O_WRONLY | O_CREAT | O_TRUNC, kTemporaryMode);
+  if (Failed(err)) return err;
+  std::string text;
+  err = BuildText(store, &text);
+  if (Succeeded(err)) {
+    size_t written = 0;
+    err = WriteOnce(fd, text.data(), text.size(), &written);
+    if (Succeeded(err) && written != text.size()) err = ErrShortTransfer;
+    // On stable storage before any rename, so that a crash after the final
+    // move never finds a profile name over an unwritten file.
+    (void)SyncFile(fd);
+  }
+  (void)CloseFile(fd);
+  return err;
+}
+
+// Moves the old profile to the rolling backup; failures are only traced.
+void ReplaceRollingBackup(PropertiesMap* store, const char* profile, const SaveNames& names) {
+  Trace(store, kTraceBackup, "prmap\ttrying to back up to %s", names.rolling_backup.c_str());
+  struct stat status;
+  // Deliberately inverted: the parking moves run only when the rolling backup
+  // cannot be examined, and then can only fail and leave their lines. The
+  // move below replaces an existing rolling backup by itself.
+  if (Failed(FileStatus(names.rolling_backup.c_str(), &status))) {
+    const tERROR parked = MoveFile(names.rolling_backup.c_str(), names.parking.c_str());
+    if (Failed(parked)) {
+      Trace(store, kTraceError, "prmap\tcannot move profiles.xml.bak2 to %s: %terr", names.parking.c_str(),
+            ReportedFileCode(parked));
+    }
+    const tERROR removed = RemoveFile(names.parking.c_str());
+    if (Failed(removed)) Trace(store, kTraceError, "prmap\tcannot remove %s: %terr", names.parking.c_str(), removed);
+  }
+  const tERROR moved = MoveFile(profile, names.rolling_backup.c_str());
+  if (Failed(moved)) {
+    Trace(store, kTraceError, "prmap\tcannot move original profiles.xml to backup file: %terr",
+          ReportedFileCode(moved));
+  }
+}
+
+tERROR SaveToFile(PropertiesMap* store, const std::string& profile) {
+  const char* path = profile.c_str();
+  const SaveNames names = MakeNames(profile);
+  std::atomic_ref<uint8_t> backup_mode(store->config.backup_mode);
+  Trace(store, kTraceProgress, "prmap\tsave to temporary file %s, backup mode: %u", names.temporary.c_str(),
+        static_cast<unsigned>(backup_mode.load(std::memory_order_relaxed)));
+  tERROR err = WriteTemporary(store, names.temporary);
+  const bool default_name = profile.size() >= kDefaultProfileLength &&
+                            profile.compare(profile.size() - kDefaultProfileLength, kDefaultProfileLength,
+                                            kDefaultProfile) == 0;
+  if (Failed(err)) {
+    // The old profile and the backups are untouched; the temporary file stays.
+    err = ReportedFileCode(err);
+    Trace(store, kTraceError, "prmap\tcannot write file %s : %terr", path, err);
+    return err;
+  }
+
+  struct stat old_status;
+  int error_number = 0;
+  const bool had_status = Succeeded(FileStatus(path, &old_status, &error_number, true));
+  if (!had_status) Trace(store, kTraceError, "stat\t%s : 0x%x", "Flush", static_cast<unsigned>(error_number));
+
+  if (backup_mode.load(std::memory_order_relaxed) == 2) {
+    Trace(store, kTraceBackup, "prmap\ttrying to do first backup to %s", names.first_backup.c_str());
+    const tERROR copied = CopyFile(names.temporary.c_str(), names.first_backup.c_str(), true);
+    if (Failed(copied)) {
+      Trace(store, kTraceError, "prmap\tcannot do first backup: %terr", ReportedFileCode(copied));
+    }
+    backup_mode.store(1, std::memory_order_relaxed);
+  }
+  if (default_name || backup_mode.load(std::memory_order_relaxed) == 1) ReplaceRollingBackup(store, path, names);
+
+  // From here the new text is the profile; until this move succeeds, the
+  // old one is the profile or the rolling backup.
+  err = ReportedFileCode(MoveFile(names.temporary.c_str(), path));
+  if (Failed(err)) Trace(store, kTraceError, "prmap\tcannot move temporary file to %s : %terr", path, err);
+
+  struct stat new_status;
+  if (const tERROR found = FileStatus(path, &new_status); Failed(found)) {
+    const tERROR shown = found == ErrFsNoEntry || found == ErrFsNotDirectory ? ResultMoved : ReportedFileCode(found);
+    Trace(store, kTraceError, "prmap\tFile %s does not exist: %terr", path, shown);
+  }
+  if (had_status && Failed(ChangeMode(path, old_status.st_mode & 07777, &error_number))) {
+    Trace(store, kTraceError, "chmod\t%s : 0x%x", "Flush", static_cast<unsigned>(error_number));
+  }
+  if (Succeeded(err)) ClearDirty(store);
+  return err;
+}
+
+}  // namespace
+
+tERROR SaveProfile(PropertiesMap* store) {
+  if (!IsDirty(store)) {
+    Trace(store, kTraceProgress, "prmap\tskip saving because data wasn`t changed");
+    return ResultOk;
+  }
+  const ixo::string_t& profile = store->config.name;
+  if (profile.empty()) {
+    if (store->config.source == nullptr) {
+      ClearDirty(store);
+      return ResultOk;
+    }
+    return SaveToStream(store, HostStream::From(store->config.source));
+  }
+  try {
+    return SaveToFile(store, profile);
+  } catch (const std::bad_alloc&) {
+    // Only the names can throw, before anything is written.
+    return ErrNoMemory;
+  }
+}
+
+}  // namespace propmap

@@ -1,0 +1,112 @@
+// The document writer: one depth-first pass over the tree, appending to the
+// caller's string. Sub-keys come before values; every line ends in CR LF and
+// is indented by 4 spaces per level.
+#include <algorithm>
+#include <cassert>
+#include <new>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "profile_xml/document.h"
+#include "profile_xml/xml_escape.h"
+
+namespace propmap {
+namespace {
+
+constexpr std::string_view kLineEnd = "\r\n";
+constexpr size_t kIndentStep = 4;
+
+void AppendIndent(std::string* output, size_t indent) { output->append(indent, ' '); }
+
+// The element name of a value: its type's name, except that wide strings are
+// written (and so read back) as narrow ones.
+const char* ValueElementName(tag_TYPE_ID type) {
+  const char* name = TypeNameOf(type == tWSTRING ? tSTRING : type);
+  assert(name != nullptr && "every value class has a type name");
+  return name;
+}
+
+// One line per value. `scratch` serves all values of the key: zero-filled up
+// to the text's length plus one, so that the text always ends in a zero byte
+// and is written up to its first one.
+tERROR WriteValues(KeyNode* key, std::string* output, size_t indent) {
+  std::vector<char> scratch;
+  for (ListLink* link = key->values.next; link != &key->values; link = link->next) {
+    const ValueEntry* entry = EntryFrom(link);
+    const iValue* value = entry->value;
+    uint32_t length = 0;
+    if (tERROR err = value->GetText(nullptr, 0, &length); Failed(err)) return err;
+    const size_t size = static_cast<size_t>(length) + 1;
+    if (scratch.size() < size) scratch.resize(size);
+    std::fill_n(scratch.data(), size, '\0');
+    if (tERROR err = value->GetText(scratch.data(), length, &length); Failed(err)) return err;
+    scratch[size - 1] = '\0';
+
+    const char* element = ValueElementName(value->GetTypeId());
+    AppendIndent(output, indent);
+    output->push_back('<');
+    output->append(element);
+    xml::AppendAttribute(output, "name", entry->name, entry->name_length);
+    output->push_back('>');
+    xml::EscapeAppend(scratch.data(), xml::kUpToZero, output);
+    output->append("</");
+    output->append(element);
+    output->push_back('>');
+    output->append(kLineEnd);
+  }
+  return ResultOk;
+}
+
+// Appends the sub-keys and values of `key` at `indent` spaces, the sub-keys'
+// own contents deeper. Walks with an explicit stack rather than recursion:
+// trees built through the registry have no depth limit.
+tERROR WriteKeyContents(KeyNode* key, std::string* output, size_t indent) {
+  struct Frame {
+    KeyNode* key;
+    KeyNode* next_child;
+    size_t indent;
+  };
+  std::vector<Frame> stack;
+  stack.push_back({key, key->FirstChild(), indent});
+  while (!stack.empty()) {
+    Frame& frame = stack.back();
+    if (KeyNode* child = frame.next_child; child != nullptr) {
+      frame.next_child = frame.key->NextChild(child);
+      AppendIndent(output, frame.indent);
+      output->append("<key");
+      xml::AppendAttribute(output, "name", child->name != nullptr ? child->name : "", xml::kUpToZero);
+      output->push_back('>');
+      output->append(kLineEnd);
+      stack.push_back({child, child->FirstChild(), frame.indent + kIndentStep});
+      continue;
+    }
+    if (tERROR err = WriteValues(frame.key, output, frame.indent); Failed(err)) return err;
+    const size_t done_indent = frame.indent;
+    stack.pop_back();
+    if (!stack.empty()) {
+      AppendIndent(output, done_indent - kIndentStep);
+      output->append("</key>");
+      output->append(kLineEnd);
+    }
+  }
+  return ResultOk;
+}
+
+}  // namespace
+
+tERROR WriteProfileDocument(const PropertiesTree* tree, std::string* output) {
+  if (tree == nullptr || tree->root == nullptr) return ErrNotImplemented;
+  try {
+    output->append("<propertiesmap>");
+    output->append(kLineEnd);
+    if (tERROR err = WriteKeyContents(tree->root, output, kIndentStep); Failed(err)) return err;
+    output->append("</propertiesmap>");
+    output->append(kLineEnd);
+  } catch (const std::bad_alloc&) {
+    return ErrNoMemory;
+  }
+  return ResultOk;
+}
+
+}  // namespace propmap

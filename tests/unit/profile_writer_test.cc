@@ -1,0 +1,117 @@
+// The writer's exact bytes: one row per construct, each building a small tree
+// and comparing the whole document (lines joined with CR LF).
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "profile_xml/document.h"
+#include "tree_fixture.h"
+
+namespace propmap::testing {
+namespace {
+
+std::string Lines(std::initializer_list<std::string> lines) {
+  std::string out;
+  for (const std::string& line : lines) out += line + "\r\n";
+  return out;
+}
+
+class ProfileWriterTest : public TreeTest {
+ protected:
+  void AddText(KeyNode* key, const char* name, tag_TYPE_ID type, const char* text) {
+    ASSERT_EQ(AddValueFromText(key, name, type, text), ResultOk) << name;
+  }
+  void AddData(KeyNode* key, const char* name, tag_TYPE_ID type, const void* data, uint32_t size) {
+    ASSERT_EQ(AddValue(key, name, type, data, size), ResultOk) << name;
+  }
+};
+
+TEST_F(ProfileWriterTest, WritesExactBytes) {
+  struct Case {
+    const char* what;
+    std::function<void()> build;
+    std::string expected;
+  };
+  const wchar_t wide[] = L"w\u00e9";
+  const Case cases[] = {
+      {"empty tree", [] {}, Lines({"<propertiesmap>", "</propertiesmap>"})},
+      {"the format's example",
+       [&] {
+         KeyNode* network = Open("Network");
+         Open("Network/Proxy");
+         AddText(network, "Host", tSTRING, "a<b");
+         AddText(root(), "Version", tSTRING, "2.0");
+       },
+       Lines({"<propertiesmap>", "    <key name=\"Network\">", "        <key name=\"Proxy\">", "        </key>",
+              "        <tSTRING name=\"Host\">a&lt;b</tSTRING>", "    </key>",
+              "    <tSTRING name=\"Version\">2.0</tSTRING>", "</propertiesmap>"})},
+      {"depth 3, sub-keys before values whatever the order of creation",
+       [&] {
+         AddText(Open("a"), "v", tDWORD, "1");
+         KeyNode* c = Open("a/b/c");
+         AddText(c, "x", tBOOL, "true");
+         Open("a/b/c/d");
+       },
+       Lines({"<propertiesmap>", "    <key name=\"a\">", "        <key name=\"b\">", "            <key name=\"c\">",
+              "                <key name=\"d\">", "                </key>",
+              "                <tBOOL name=\"x\">1</tBOOL>", "            </key>", "        </key>",
+              "        <tDWORD name=\"v\">1</tDWORD>", "    </key>", "</propertiesmap>"})},
+      {"every escaped byte, in names and text",
+       [&] { AddText(Open("k&\t"), "\"'&<>", tSTRING, "\"'&<>\x01\x1F\x7F\r\n\xC3\xA9 "); },
+       Lines({"<propertiesmap>", "    <key name=\"k&amp;&#x9;\">",
+              "        <tSTRING name=\"&quot;&apos;&amp;&lt;&gt;\">&quot;&apos;&amp;&lt;&gt;&#x1;&#x1F;\x7F\r\n\xC3\xA9 "
+              "</tSTRING>",
+              "    </key>", "</propertiesmap>"})},
+      {"empty texts",
+       [&] {
+         ++expected_empty_names_;  // the empty value name keeps its one-byte buffer
+         AddText(root(), "", tSTRING, "");
+         AddText(root(), "void", tVOID, "");
+         AddData(root(), "block", tBINARY, "", 0);
+       },
+       Lines({"<propertiesmap>", "    <tSTRING name=\"\"></tSTRING>", "    <tVOID name=\"void\"></tVOID>",
+              "    <tBINARY name=\"block\"></tBINARY>", "</propertiesmap>"})},
+      {"a text is cut at its first zero byte",
+       [&] { AddData(root(), "s", tSTRING, "ab\0cd", 5); },
+       Lines({"<propertiesmap>", "    <tSTRING name=\"s\">ab</tSTRING>", "</propertiesmap>"})},
+      {"wide strings are written as narrow ones",
+       [&] { AddData(root(), "w", tWSTRING, wide, sizeof(wide) - sizeof(wchar_t)); },
+       Lines({"<propertiesmap>", "    <tSTRING name=\"w\">w\xC3\xA9</tSTRING>", "</propertiesmap>"})},
+      {"numbers, blocks and characters in their text forms",
+       [&] {
+         AddText(root(), "q", tQWORD, "18446744073709551615");
+         AddText(root(), "d", tDOUBLE, "1.5");
+         AddData(root(), "b", tBINARY, "\x00\xAB", 2);
+         AddText(root(), "c", tCHAR, "<");
+       },
+       Lines({"<propertiesmap>", "    <tQWORD name=\"q\">18446744073709551615</tQWORD>",
+              "    <tDOUBLE name=\"d\">1.500000</tDOUBLE>", "    <tBINARY name=\"b\">00AB</tBINARY>",
+              "    <tCHAR name=\"c\">&lt;</tCHAR>", "</propertiesmap>"})},
+  };
+  for (const Case& c : cases) {
+    ClearKey(root());
+    c.build();
+    std::string out;
+    ASSERT_EQ(WriteProfileDocument(&tree_, &out), ResultOk) << c.what;
+    EXPECT_EQ(out, c.expected) << c.what;
+  }
+}
+
+// A value whose text conversion fails stops the writer with that code; a
+// tree without a root has nothing to write.
+TEST_F(ProfileWriterTest, StopsAtTheFirstFailure) {
+  AddText(root(), "before", tDWORD, "1");
+  AddData(root(), "wchar", tWCHAR, "\x41\0\0\0", 4);
+  std::string out;
+  EXPECT_EQ(WriteProfileDocument(&tree_, &out), ErrNotApplicable);
+  EXPECT_EQ(out.find("wchar"), std::string::npos);
+
+  PropertiesTree empty;
+  ResetTree(&empty);
+  EXPECT_EQ(WriteProfileDocument(&empty, &out), ErrNotImplemented);
+}
+
+}  // namespace
+}  // namespace propmap::testing

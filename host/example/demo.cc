@@ -1,18 +1,21 @@
-// Loads the propmap module through the reference host and shows it at work:
-// what it registered, then one store in which keys are built by path, typed
-// values are set and read back in other types, the tree is printed, parts of
-// it are deleted and the store is cleaned, with the trace lines it wrote and
-// the heap balance at the end.
+// Loads the propmap module through the reference host and shows the whole
+// store at work on a copy of a real profile: what the module registered, the
+// profile loaded into a store, values read in other types and changed, the
+// store flushed with backups, the new file's head, the backups on disk, the
+// lines the store traced and the heap balance at the end.
 //
-// Usage: propmap_demo [profile-path]
-// Without a path the store is named after a profile in a fresh temporary
-// directory, which is removed at the end.
+// Usage: propmap_demo [profile]
+// Works on a copy of the profile (by default the shipped sample) in a fresh
+// temporary directory, which is removed at the end.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
 
 #include "module_loader.h"
@@ -46,6 +49,9 @@ const char* TypeLabel(prhost::TypeId type) {
     case prhost::tLONG: return "long";
     case prhost::tDOUBLE: return "double";
     case prhost::tBINARY: return "binary";
+    case 13: return "int";
+    case 19: return "longlong";
+    case 30: return "datetime";
     default: return "?";
   }
 }
@@ -63,7 +69,7 @@ hKey Open(const Client& client, const std::string& path, bool create = true) {
 
 // The tree below `key`, two spaces per level: keys by name, values as
 // "name (type) = text".
-void PrintTree(const Registry& registry, hKey key, int depth) {
+void PrintTree(const Registry& registry, hKey key, int depth, int max_depth = 64) {
   Client client(registry);
   const std::string indent(2 * depth, ' ');
   Result<std::vector<std::string>> values = client.ValueNames(key);
@@ -80,82 +86,90 @@ void PrintTree(const Registry& registry, hKey key, int depth) {
     hKey child = 0;
     Check(registry.OpenKeyByIndex(&child, key, i), "OpenKeyByIndex");
     Result<std::string> name = client.KeyName(child);
-    std::printf("%s%s\n", indent.c_str(), name.value.c_str());
-    PrintTree(registry, child, depth + 1);
+    if (depth >= max_depth) {
+      uint32_t keys = 0, values = 0;
+      Check(registry.GetKeyCount(&keys, child), "GetKeyCount");
+      Check(registry.GetValueCount(&values, child), "GetValueCount");
+      std::printf("%s%s/ ... %u values, %u sub-keys\n", indent.c_str(), name.value.c_str(), values, keys);
+      continue;
+    }
+    std::printf("%s%s/\n", indent.c_str(), name.value.c_str());
+    PrintTree(registry, child, depth + 1, max_depth);
   }
 }
 
-void Exercise(prhost::Store& store) {
+// The first `count` lines of a file, CR LF shown as it is written.
+void PrintHead(const std::string& path, int count) {
+  std::ifstream in(path, std::ios::binary);
+  std::string line;
+  for (int i = 0; i < count && std::getline(in, line); ++i) {
+    if (!line.empty() && line.back() == '\r') line.back() = '~';
+    std::printf("  %s\n", line.c_str());
+  }
+  std::printf("  ('~' marks the CR of each CR LF line end)\n");
+}
+
+void ListDirectory(const std::string& dir) {
+  std::vector<std::filesystem::directory_entry> entries(std::filesystem::directory_iterator(dir), {});
+  std::sort(entries.begin(), entries.end());
+  for (const auto& entry : entries) {
+    std::printf("  %-24s %8ju bytes\n", entry.path().filename().c_str(), static_cast<uintmax_t>(entry.file_size()));
+  }
+}
+
+void Exercise(prhost::Store& store, const std::string& dir) {
   const Registry registry = store.registry();
   const Client client = store.client();
 
-  std::printf("\n== building keys by path (both separators name the same keys)\n");
-  hKey window = Open(client, "Software/Example/Window");
-  hKey recent = Open(client, "Software\\Example\\Recent");
-  hKey colors = Open(client, "software/EXAMPLE/Colors");
-  Check(client.SetDword(window, "Width", 1024), "SetDword");
-  Check(client.SetDword(window, "Height", 768), "SetDword");
-  const uint32_t maximised = 1;
-  Check(registry.SetValue(window, "Maximised", prhost::tBOOL, &maximised, sizeof maximised, 1), "SetValue bool");
-  const double zoom = 1.25;
-  Check(registry.SetValue(window, "Zoom", prhost::tDOUBLE, &zoom, sizeof zoom, 1), "SetValue double");
-  Check(client.SetString(recent, "File1", "/home/user/notes.txt"), "SetString");
-  Check(client.SetString(recent, "File2", "/home/user/plan.odt"), "SetString");
-  const uint8_t accent[] = {0x1E, 0x90, 0xFF};
-  Check(registry.SetValue(colors, "Accent", prhost::tBINARY, accent, sizeof accent, 1), "SetValue binary");
-  const wchar_t title[] = L"Gr\u00fc\u00dfe \u2603";
-  Check(registry.SetValue(colors, "Title", prhost::tWSTRING, title, sizeof title - sizeof(wchar_t), 1),
-        "SetValue wstring");
+  std::printf("\n== the loaded tree, two levels deep\n");
+  PrintTree(registry, 0, 1, 2);
 
-  std::printf("\n== the tree\n");
-  PrintTree(registry, 0, 1);
-
-  std::printf("\n== reading back in other types\n");
+  std::printf("\n== reading values in other types\n");
+  hKey window = Open(client, "Window", false);
   Result<std::string> width_text = client.GetString(window, "Width");
-  std::printf("Width as string: %s \"%s\"\n", prhost::FormatResult(width_text.code).c_str(),
+  std::printf("Window\\Width as string: %s \"%s\"\n", prhost::FormatResult(width_text.code).c_str(),
               width_text.value.c_str());
-  uint64_t height = 0;
-  uint32_t type = prhost::tQWORD;
-  uint32_t size = 0;
-  prhost::tERROR err = registry.GetValue(&size, window, "Height", &type, &height, sizeof height);
-  std::printf("Height as qword: %s %llu\n", prhost::FormatResult(err).c_str(),
-              static_cast<unsigned long long>(height));
-  Check(client.SetString(window, "Width", "1280"), "SetString into a dword");
-  Result<uint32_t> width = client.GetDword(window, "Width");
-  std::printf("Width after writing the text \"1280\": %s %u\n", prhost::FormatResult(width.code).c_str(),
-              width.value);
+  uint64_t width = 0;
+  uint32_t type = prhost::tQWORD, size = 0;
+  prhost::tERROR err = registry.GetValue(&size, window, "Width", &type, &width, sizeof width);
+  std::printf("Window\\Width as qword: %s %llu\n", prhost::FormatResult(err).c_str(),
+              static_cast<unsigned long long>(width));
+  Result<std::string> user = client.GetString(Open(client, "Users/User4", false), "Name");
+  std::printf("Users\\User4\\Name: \"%s\"\n", user.value.c_str());
+
+  std::printf("\n== changing values\n");
+  Check(client.SetString(window, "Width", "1920"), "SetString into a dword");
+  Check(client.SetDword(window, "Height", 1200), "SetDword");
   err = client.SetString(window, "Height", "tall");
-  std::printf("Height given the text \"tall\": %s\n", prhost::FormatResult(err).c_str());
+  std::printf("Window\\Height given the text \"tall\": %s (unchanged)\n", prhost::FormatResult(err).c_str());
+  hKey sync = Open(client, "Workspace\\Sync");
+  const wchar_t greeting[] = L"Gr\u00fc\u00dfe \u2603";
+  Check(registry.SetValue(sync, "Greeting", prhost::tWSTRING, greeting, sizeof greeting - sizeof(wchar_t), 1),
+        "SetValue wstring");
+  Check(client.SetString(sync, "Server", "sync.example.org:443"), "SetString");
+  std::printf("DeleteKey RecentFiles\\Item00: %s\n",
+              prhost::FormatResult(registry.DeleteKey(0, "RecentFiles\\Item00")).c_str());
+  PrintTree(registry, sync, 1);
 
-  std::printf("\n== deleting\n");
-  std::printf("DeleteValue Window\\Zoom: %s\n", prhost::FormatResult(registry.DeleteValue(window, "Zoom")).c_str());
-  std::printf("DeleteKey Software\\Example\\Recent: %s\n",
-              prhost::FormatResult(registry.DeleteKey(0, "Software\\Example\\Recent")).c_str());
-  std::printf("DeleteKey Software/Nowhere: %s\n",
-              prhost::FormatResult(registry.DeleteKey(0, "Software/Nowhere")).c_str());
-  PrintTree(registry, 0, 1);
-
-  std::printf("\n== cleaning\n");
-  Check(registry.Clean(), "Clean");
-  uint32_t keys = 0;
-  Check(registry.GetKeyCount(&keys, 0), "GetKeyCount");
-  std::printf("keys below the root after Clean: %u\n", keys);
+  std::printf("\n== Flush (backup mode 2: a first backup, then a rolling one)\n");
+  Check(registry.Flush(0), "Flush");
+  std::printf("Flush again without changes: %s\n", prhost::FormatResult(registry.Flush(0)).c_str());
+  std::printf("\n== head of the new profile\n");
+  PrintHead(dir + "/profiles.xml", 12);
+  std::printf("\n== files beside the profile\n");
+  ListDirectory(dir);
 }
 
 int Run(int argc, char** argv) {
-  std::string temp_dir;
-  std::string profile;
-  if (argc > 1) {
-    profile = argv[1];
-  } else {
-    std::string pattern = (std::filesystem::temp_directory_path() / "propmap-demo-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) {
-      std::perror("mkdtemp");
-      return 1;
-    }
-    temp_dir = pattern;
-    profile = temp_dir + "/profiles.xml";
+  const std::string source = argc > 1 ? argv[1] : PROPMAP_SAMPLE_PROFILE;
+  std::string pattern = (std::filesystem::temp_directory_path() / "propmap-demo-XXXXXX").string();
+  if (mkdtemp(pattern.data()) == nullptr) {
+    std::perror("mkdtemp");
+    return 1;
   }
+  const std::string temp_dir = pattern;
+  const std::string profile = temp_dir + "/profiles.xml";
+  std::filesystem::copy_file(source, profile);
 
   std::printf("== loading %s\n", PROPMAP_MODULE_PATH);
   auto module = prhost::Module::Load();
@@ -166,18 +180,27 @@ int Run(int argc, char** argv) {
 
   std::printf("\n== registration\n%s", prhost::DescribeRegistration(module->registration()).c_str());
 
-  std::printf("\n== creating a store named %s\n", profile.c_str());
+  std::printf("\n== a store on a copy of %s\n", source.c_str());
   {
     prhost::StoreConfig config;
     config.name = profile;
     config.locking = 1;
+    config.backup_mode = 2;
     auto store = prhost::Store::Open(module, config, "demo");
-    std::printf("object at %p, %u bytes; InitDone: %s\n", store->object(), store->size(),
+    Check(store->init_result().value_or(0), "loading the profile");
+    std::printf("object at %p, %u bytes; InitDone (the load): %s\n", store->object(), store->size(),
                 prhost::FormatResult(store->init_result().value_or(0)).c_str());
-    Exercise(*store);
+    Exercise(*store, temp_dir);
 
-    std::printf("\n== trace lines of the store (one per operation)\n");
-    PrintLines(store->TraceLines(), 16);
+    std::vector<prhost::TraceLine> operations, saving;
+    for (const prhost::TraceLine& line : store->TraceLines()) {
+      (line.level < 600 ? saving : operations).push_back(line);
+    }
+    std::printf("\n== trace lines of the store: one per operation at level 600, the last few\n");
+    operations.erase(operations.begin(), operations.end() - std::min<size_t>(operations.size(), 6));
+    PrintLines(operations);
+    std::printf("\n== the lines of the saves, at levels 300 to 500\n");
+    PrintLines(saving);
     std::printf("\n== destroying the store\n");
     store.reset();
   }
@@ -194,7 +217,7 @@ int Run(int argc, char** argv) {
     std::printf("contract violation: %s\n", violation.c_str());
   }
 
-  if (!temp_dir.empty()) std::filesystem::remove_all(temp_dir);
+  std::filesystem::remove_all(temp_dir);
   return balanced && module->host().violations().empty() ? 0 : 1;
 }
 

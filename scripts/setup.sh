@@ -2,7 +2,8 @@
 # Installs every Debian package the project needs. Safe to run again: packages
 # already present are not touched, and apt is only consulted when one is missing.
 set -euo pipefail
-packages=(cmake ninja-build g++ libboost1.81-dev googletest libgtest-dev libgmock-dev libbenchmark-dev)
+packages=(cmake ninja-build g++ libboost1.81-dev googletest libgtest-dev libgmock-dev libbenchmark-dev libexpat1-dev
+  clang libclang-rt-14-dev)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test: a plain build, the whole suite under
 # AddressSanitizer + UndefinedBehaviorSanitizer, and the multi-threaded tests
-# under ThreadSanitizer. Any failure or sanitizer report fails the run.
+# under ThreadSanitizer, and a bounded run of the document reader's fuzz
+# target. Any failure or sanitizer report fails the run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
@@ -19,3 +20,6 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:ha
 echo "== ThreadSanitizer (multi-threaded tests)"
 BUILD_TARGETS="propmap concurrency_tests" bash scripts/build.sh build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPROPMAP_SANITIZE=thread -DPROPMAP_BUILD_BENCH=OFF
 TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build/tsan --output-on-failure -L concurrency -j"$jobs"
+
+echo "== fuzzing the document reader (bounded)"
+bash scripts/fuzz.sh bounded

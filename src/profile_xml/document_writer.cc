@@ -2,6 +2,7 @@
 // caller's string. Sub-keys come before values; every line ends in CR LF and
 // is indented by 4 spaces per level.
 #include <algorithm>
+#include <array>
 #include <cassert>
 #include <new>
 #include <string>
@@ -20,36 +21,48 @@ constexpr size_t kIndentStep = 4;
 void AppendIndent(std::string* output, size_t indent) { output->append(indent, ' '); }
 
 // The element name of a value: its type's name, except that wide strings are
-// written (and so read back) as narrow ones.
-const char* ValueElementName(tag_TYPE_ID type) {
-  const char* name = TypeNameOf(type == tWSTRING ? tSTRING : type);
-  assert(name != nullptr && "every value class has a type name");
-  return name;
+// written (and so read back) as narrow ones. Names are measured once.
+std::string_view ValueElementName(tag_TYPE_ID type) {
+  static const auto kNames = [] {
+    std::array<std::string_view, kTypeNameCount> names{};
+    for (tag_TYPE_ID id = 0; id < kTypeNameCount; ++id) {
+      if (TypeNames[id] != nullptr) names[id] = TypeNames[id];
+    }
+    names[tWSTRING] = names[tSTRING];
+    return names;
+  }();
+  assert(type < kTypeNameCount && !kNames[type].empty() && "every value class has a type name");
+  return kNames[type];
 }
 
-// One line per value. `scratch` serves all values of the key: zero-filled up
-// to the text's length plus one, so that the text always ends in a zero byte
-// and is written up to its first one.
+// One line per value. `scratch` serves all values of the key. It is kept
+// all zeros between values, so that a text always ends in a zero byte and is
+// written up to its first one, also when a conversion writes fewer bytes than
+// it counts. A text that fits the buffer is converted in one call; only a
+// longer one needs the size query first, as the buffer then grows.
 tERROR WriteValues(KeyNode* key, std::string* output, size_t indent) {
-  std::vector<char> scratch;
+  if (key->value_count == 0) return ResultOk;
+  std::vector<char> scratch(64, '\0');
   for (ListLink* link = key->values.next; link != &key->values; link = link->next) {
     const ValueEntry* entry = EntryFrom(link);
     const iValue* value = entry->value;
     uint32_t length = 0;
-    if (tERROR err = value->GetText(nullptr, 0, &length); Failed(err)) return err;
-    const size_t size = static_cast<size_t>(length) + 1;
-    if (scratch.size() < size) scratch.resize(size);
-    std::fill_n(scratch.data(), size, '\0');
-    if (tERROR err = value->GetText(scratch.data(), length, &length); Failed(err)) return err;
-    scratch[size - 1] = '\0';
+    tERROR err = value->GetText(scratch.data(), static_cast<uint32_t>(scratch.size() - 1), &length);
+    if (err == ErrBufferTooSmall) {
+      scratch.assign(static_cast<size_t>(length) + 1, '\0');
+      err = value->GetText(scratch.data(), length, &length);
+    }
+    if (Failed(err)) return err;
+    scratch[length] = '\0';
 
-    const char* element = ValueElementName(value->GetTypeId());
+    const std::string_view element = ValueElementName(value->GetTypeId());
     AppendIndent(output, indent);
     output->push_back('<');
     output->append(element);
     xml::AppendAttribute(output, "name", entry->name, entry->name_length);
     output->push_back('>');
     xml::EscapeAppend(scratch.data(), xml::kUpToZero, output);
+    std::fill_n(scratch.data(), static_cast<size_t>(length) + 1, '\0');
     output->append("</");
     output->append(element);
     output->push_back('>');

@@ -39,7 +39,8 @@ void EscapeAppend(const char* bytes, size_t length, std::string* output) {
 void AppendAttribute(std::string* output, const char* name, const char* value, size_t length) {
   output->push_back(' ');
   output->append(name);
-  output->append("=\"");
+  output->push_back('=');
+  output->push_back('"');
   EscapeAppend(value, length, output);
   output->push_back('"');
 }

@@ -7,8 +7,11 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 #include "module/trace.h"
 #include "registry/iregistry.h"
@@ -62,6 +65,9 @@ class UnitStore {
     uint8_t backup_mode = 0;
   };
   explicit UnitStore(const Config& config) {
+    // Destruction gives the store back the module host's services table, so
+    // a store needs a host even where nobody reads its lines.
+    if (ModuleHost() == nullptr) own_host_.emplace();
     (void)ObjectNew(store_, 1);
     store_->obj.table = heap_.host()->table;
     store_->host_word = reinterpret_cast<uint64_t>(&heap_);
@@ -70,7 +76,10 @@ class UnitStore {
     store_->config.backup_mode = config.backup_mode;
     init_result_ = InitDone(store_);
   }
-  ~UnitStore() { (void)ObjectNew(store_, 0); }
+  ~UnitStore() {
+    (void)ObjectNew(store_, 0);
+    EXPECT_EQ(heap_.live_bytes(), heap_.live_blocks()) << "only the one-byte empty names may stay";
+  }
   UnitStore(const UnitStore&) = delete;
   UnitStore& operator=(const UnitStore&) = delete;
 
@@ -91,6 +100,7 @@ class UnitStore {
   alignas(PropertiesMap) unsigned char memory_[sizeof(PropertiesMap)] = {};
   PropertiesMap* store_ = reinterpret_cast<PropertiesMap*>(memory_);
   tERROR init_result_ = ResultOk;
+  std::optional<TraceCapture> own_host_;  // destroyed after the store
 };
 
 }  // namespace propmap::testing

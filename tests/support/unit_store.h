@@ -70,7 +70,12 @@ class UnitStore {
     store_->config.backup_mode = config.backup_mode;
     init_result_ = InitDone(store_);
   }
-  ~UnitStore() { (void)ObjectNew(store_, 0); }
+  ~UnitStore() { Close(); }
+  // Destroys the object early, so that its heap can be checked after.
+  void Close() {
+    if (!closed_) (void)ObjectNew(store_, 0);
+    closed_ = true;
+  }
   UnitStore(const UnitStore&) = delete;
   UnitStore& operator=(const UnitStore&) = delete;
 
@@ -91,6 +96,7 @@ class UnitStore {
   alignas(PropertiesMap) unsigned char memory_[sizeof(PropertiesMap)] = {};
   PropertiesMap* store_ = reinterpret_cast<PropertiesMap*>(memory_);
   tERROR init_result_ = ResultOk;
+  bool closed_ = false;
 };
 
 }  // namespace propmap::testing

@@ -60,6 +60,7 @@ class UnitStore {
     std::string name;
     uint32_t loader_flags = 0;
     uint8_t backup_mode = 0;
+    uint32_t locking = 0;
   };
   explicit UnitStore(const Config& config) {
     (void)ObjectNew(store_, 1);
@@ -68,6 +69,7 @@ class UnitStore {
     store_->config.name.assign(config.name);
     store_->config.loader_flags = config.loader_flags;
     store_->config.backup_mode = config.backup_mode;
+    store_->config.locking = config.locking;
     init_result_ = InitDone(store_);
   }
   ~UnitStore() { Close(); }

@@ -72,11 +72,12 @@ class UnitStore {
     store_->config.locking = config.locking;
     init_result_ = InitDone(store_);
   }
-  ~UnitStore() { Close(); }
+  ~UnitStore() { (void)Close(); }
   // Destroys the object early, so that its heap can be checked after.
-  void Close() {
-    if (!closed_) (void)ObjectNew(store_, 0);
+  tERROR Close() {
+    const tERROR err = closed_ ? ResultOk : ObjectNew(store_, 0);
     closed_ = true;
+    return err;
   }
   UnitStore(const UnitStore&) = delete;
   UnitStore& operator=(const UnitStore&) = delete;

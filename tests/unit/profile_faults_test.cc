@@ -22,14 +22,6 @@
 namespace propmap::testing {
 namespace {
 
-int OpenDescriptors() {
-  int count = 0;
-  DIR* dir = opendir("/proc/self/fd");
-  while (dirent* e = readdir(dir)) count += e->d_name[0] != '.';
-  closedir(dir);
-  return count;
-}
-
 std::string ThreadHex() {
   char text[16];
   std::snprintf(text, sizeof text, "%x", static_cast<unsigned>(pthread_self()));

@@ -1,65 +1,30 @@
-// The store's dirty flag, which no host can see: a store object is built
-// here the way a host builds one (ObjectNew, its iObj table, InitDone) on a
-// counting test heap, driven through its iRegistry table, and its flag read
-// after each kind of change.
+// The store's dirty flag, which no host can see: a store object built the
+// way a host builds one on a counting test heap (UnitStore), driven through
+// its iRegistry table, and its flag read after each kind of change.
 //
 // The same store also carries the one check that needs a value whose stored
 // size cannot be read: a tBINARY that fails GetData has to fail reads and
 // writes with a level-300 line.
-#include <cstdarg>
-#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "module/trace.h"
-#include "registry/iregistry.h"
-#include "registry/properties_map.h"
-#include "registry/store_access.h"
 #include "registry/value_conversion.h"
-#include "test_heap.h"
 #include "tree/tree.h"
+#include "unit_store.h"
 
 namespace propmap::testing {
 namespace {
 
-std::vector<std::string> g_lines;  // "level text" of the lines other than the operations' own
-
-// The module's formats with "%terr" printed as the code in hex.
-tERROR CaptureTrace(void* /*object*/, uint32_t level, const char* format, va_list args) {
-  std::string f = format;
-  for (size_t at; (at = f.find("%terr")) != std::string::npos;) f.replace(at, 5, "%08X");
-  char text[512];
-  std::vsnprintf(text, sizeof text, f.c_str(), args);
-  if (level != kTraceOperation) g_lines.push_back(std::to_string(level) + " " + text);
-  return ResultOk;
-}
-tERROR QueryService(void* /*host*/, void** out, uint32_t, uint32_t service, uint32_t) {
-  *out = service == kTraceServiceId ? reinterpret_cast<void*>(&CaptureTrace) : nullptr;
-  return ResultOk;
-}
-
 class StoreDirtyTest : public ::testing::Test {
  public:
-  void SetUp() override {
-    host_table_[kHostQueryServiceSlot] = reinterpret_cast<void*>(&QueryService);
-    host_ = {host_table_, heap_.host()->table};
-    SetModuleHost(&host_);
-    g_lines.clear();
-    ASSERT_EQ(ObjectNew(store_, 1), ResultOk);
-    // As a host does: its services table at + 8, its account at + 16.
-    store_->obj.table = heap_.host()->table;
-    store_->host_word = reinterpret_cast<uint64_t>(&heap_);
-    ASSERT_EQ(InitDone(store_), ResultOk);
-  }
   void TearDown() override {
-    EXPECT_EQ(ObjectNew(store_, 0), ResultOk);
-    SetModuleHost(nullptr);
+    EXPECT_EQ(unit_.Close(), ResultOk);
     // Only the root's one-byte empty name stays behind.
-    EXPECT_EQ(heap_.live_blocks(), 1u);
-    EXPECT_EQ(heap_.live_bytes(), 1u);
+    EXPECT_EQ(heap().live_blocks(), 1u);
+    EXPECT_EQ(heap().live_bytes(), 1u);
   }
 
   const iRegistryTable& ops() const { return *store_->registry.table; }
@@ -67,18 +32,16 @@ class StoreDirtyTest : public ::testing::Test {
   tERROR Set(const char* name, tag_TYPE_ID type, const void* data, uint32_t size, uint32_t create = 1) {
     return ops().SetValue(self(), 0, name, type, data, size, create);
   }
-  TestHeap& heap() { return heap_; }
+  TestHeap& heap() { return unit_.heap(); }
   StoreDirtyTest& ReadOnly() {
     store_->config.read_only = 1;
     return *this;
   }
 
  protected:
-  TestHeap heap_;
-  void* host_table_[16] = {};
-  HostObject host_{};
-  alignas(PropertiesMap) unsigned char memory_[sizeof(PropertiesMap)] = {};
-  PropertiesMap* store_ = reinterpret_cast<PropertiesMap*>(memory_);
+  TraceCapture trace_;  // before the store: lines other than the operations' own
+  UnitStore unit_{{}};
+  PropertiesMap* store_ = unit_.store();
 };
 
 struct DirtyCase {
@@ -179,14 +142,14 @@ TEST_F(StoreDirtyTest, UnreadableBlockSizeFailsBothDirectionsWithALevel300Line) 
   UnreadableBlock broken;
   entry->value = &broken;
   ClearDirty(store_);
-  g_lines.clear();
+  TraceCapture::Lines().clear();
   uint32_t type = tDWORD, size = 0, out = 0;
   EXPECT_EQ(ops().GetValue(self(), &size, 0, "b", &type, &out, 4), ErrIo);
   EXPECT_EQ(Set("b", tDWORD, &k8, 4), ErrIo);
   entry->value = real;
   EXPECT_FALSE(IsDirty(store_));
   const std::vector<std::string> expected(2, "300 Failed to get value: 80000059");
-  EXPECT_EQ(g_lines, expected);
+  EXPECT_EQ(TraceCapture::Lines(), expected);
 }
 
 }  // namespace

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test: a plain build, the whole suite under
 # AddressSanitizer + UndefinedBehaviorSanitizer, and the multi-threaded tests
-# under ThreadSanitizer, and a bounded run of the document reader's fuzz
+# under ThreadSanitizer, and a bounded run of every fuzz
 # target. Any failure or sanitizer report fails the run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -21,5 +21,5 @@ echo "== ThreadSanitizer (multi-threaded tests)"
 BUILD_TARGETS="propmap concurrency_tests" bash scripts/build.sh build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPROPMAP_SANITIZE=thread -DPROPMAP_BUILD_BENCH=OFF
 TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build/tsan --output-on-failure -L concurrency -j"$jobs"
 
-echo "== fuzzing the document reader (bounded)"
+echo "== fuzzing (bounded): document reader, values' text, iRegistry call sequences"
 bash scripts/fuzz.sh bounded

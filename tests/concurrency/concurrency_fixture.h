@@ -11,7 +11,12 @@
 // thread; a Notes object belongs to one worker thread.
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
 #include <functional>
+#include <mutex>
 #include <latch>
 #include <memory>
 #include <string>
@@ -39,6 +44,34 @@ struct Notes {
 
 using Threads = std::vector<std::pair<std::string, std::function<void(Notes&)>>>;
 
+// Aborts the process when the threads are not all joined within a limit far
+// beyond any healthy run, so that a deadlock fails fast under CTest.
+class Watchdog {
+ public:
+  static constexpr std::chrono::seconds kLimit{120};
+  Watchdog()
+      : thread_([this] {
+          std::unique_lock lock(mu_);
+          if (!done_cv_.wait_for(lock, kLimit, [this] { return done_; })) {
+            std::fputs("watchdog: threads still running after 120 s (deadlock?)\n", stderr);
+            std::abort();
+          }
+        }) {}
+  ~Watchdog() {
+    {
+      std::lock_guard lock(mu_);
+      done_ = true;
+    }
+    done_cv_.notify_one();
+  }
+
+ private:
+  std::mutex mu_;
+  std::condition_variable done_cv_;
+  bool done_ = false;  // Protected by mu_
+  std::jthread thread_;
+};
+
 class ConcurrencyTest : public HostTest {
  protected:
   // A store in service with its reader/writer lock, loaded from an empty profile.
@@ -54,6 +87,7 @@ class ConcurrencyTest : public HostTest {
   void RunThreads(const Threads& bodies) {
     std::latch start(static_cast<std::ptrdiff_t>(bodies.size()));
     std::vector<Notes> notes(bodies.size());
+    Watchdog watchdog;
     {
       std::vector<std::jthread> threads;
       for (size_t i = 0; i < bodies.size(); ++i) {

@@ -7,8 +7,12 @@
 // injected faults never leak descriptors. Destruction restores the real
 // table.
 //
+// OpenDescriptors counts this process's descriptors, for leak checks.
+//
 // Thread-safety: plain globals; one instance at a time, single-threaded use.
 #pragma once
+
+#include <dirent.h>
 
 #include <cerrno>
 #include <functional>
@@ -17,6 +21,14 @@
 #include "persistence/system_calls.h"
 
 namespace propmap::testing {
+
+inline int OpenDescriptors() {
+  int count = 0;
+  DIR* dir = opendir("/proc/self/fd");
+  while (dirent* e = readdir(dir)) count += e->d_name[0] != '.';
+  closedir(dir);
+  return count;
+}
 
 class SystemCallFaults {
  public:
@@ -30,6 +42,9 @@ class SystemCallFaults {
 
   // Fails the n-th call from now (1-based) of kind `only` (any kind when
   // empty) with `error`; with `persistent`, every later counted call too.
+  // With kShortTransfer only reads and writes count, and a failed one moves
+  // half the bytes asked for instead of returning -1.
+  static constexpr int kShortTransfer = -1;
   void FailNth(unsigned n, int error, bool persistent = false, std::optional<SysCall> only = {}) {
     State().counted = 0;
     State().fail_at = n;
@@ -67,10 +82,11 @@ class SystemCallFaults {
     ++f.per_kind[static_cast<unsigned>(kind)];
     if (f.hook) f.hook(kind);
     if (f.only && *f.only != kind) return false;
+    if (f.error == kShortTransfer && kind != SysCall::kRead && kind != SysCall::kWrite) return false;
     ++f.counted;
     if (f.fail_at == 0 || f.counted < f.fail_at || (f.counted > f.fail_at && !f.persistent)) return false;
     ++f.failed;
-    errno = f.error;
+    if (f.error != kShortTransfer) errno = f.error;
     return true;
   }
   static const SystemCallTable& Real() { return RealSystemCalls(); }
@@ -86,9 +102,13 @@ class SystemCallFaults {
     errno = saved;
     return -1;
   }
-  static ssize_t Read(int fd, void* b, size_t n) { return Inject(SysCall::kRead) ? -1 : Real().read(fd, b, n); }
+  static ssize_t Read(int fd, void* b, size_t n) {
+    if (!Inject(SysCall::kRead)) return Real().read(fd, b, n);
+    return State().error == kShortTransfer ? Real().read(fd, b, n / 2) : -1;
+  }
   static ssize_t Write(int fd, const void* b, size_t n) {
-    return Inject(SysCall::kWrite) ? -1 : Real().write(fd, b, n);
+    if (!Inject(SysCall::kWrite)) return Real().write(fd, b, n);
+    return State().error == kShortTransfer ? Real().write(fd, b, n / 2) : -1;
   }
   static int Fsync(int fd) { return Inject(SysCall::kFsync) ? -1 : Real().fsync(fd); }
   static int Fstat(int fd, struct stat* s) { return Inject(SysCall::kFstat) ? -1 : Real().fstat(fd, s); }

@@ -63,6 +63,7 @@ class UnitStore {
     std::string name;
     uint32_t loader_flags = 0;
     uint8_t backup_mode = 0;
+    uint32_t locking = 0;
   };
   explicit UnitStore(const Config& config) {
     // Destruction gives the store back the module host's services table, so
@@ -74,11 +75,18 @@ class UnitStore {
     store_->config.name.assign(config.name);
     store_->config.loader_flags = config.loader_flags;
     store_->config.backup_mode = config.backup_mode;
+    store_->config.locking = config.locking;
     init_result_ = InitDone(store_);
   }
-  ~UnitStore() {
-    (void)ObjectNew(store_, 0);
+  ~UnitStore() { (void)Close(); }
+  // Destroys the object early, so that its heap can be checked after; only
+  // the one-byte empty names, never given back, may stay.
+  tERROR Close() {
+    if (closed_) return ResultOk;
+    closed_ = true;
+    const tERROR err = ObjectNew(store_, 0);
     EXPECT_EQ(heap_.live_bytes(), heap_.live_blocks()) << "only the one-byte empty names may stay";
+    return err;
   }
   UnitStore(const UnitStore&) = delete;
   UnitStore& operator=(const UnitStore&) = delete;
@@ -100,6 +108,7 @@ class UnitStore {
   alignas(PropertiesMap) unsigned char memory_[sizeof(PropertiesMap)] = {};
   PropertiesMap* store_ = reinterpret_cast<PropertiesMap*>(memory_);
   tERROR init_result_ = ResultOk;
+  bool closed_ = false;
   std::optional<TraceCapture> own_host_;  // destroyed after the store
 };
 

@@ -19,14 +19,6 @@ namespace {
 using prhost::DeepDirectory;
 using prhost::TempDir;
 
-int OpenDescriptors() {
-  int count = 0;
-  DIR* dir = opendir("/proc/self/fd");
-  while (dirent* e = readdir(dir)) count += e->d_name[0] != '.';
-  closedir(dir);
-  return count;
-}
-
 // Reads and writes files by name in one directory, short or deep.
 struct Place {
   const char* label;

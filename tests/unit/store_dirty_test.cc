@@ -1,6 +1,6 @@
 // The store's dirty flag, which no host can see: a store object built the
-// way a host builds one, driven through its iRegistry table, its flag read
-// after each kind of change.
+// way a host builds one on a counting test heap (UnitStore), driven through
+// its iRegistry table, and its flag read after each kind of change.
 //
 // The same store also carries the one check that needs a value whose stored
 // size cannot be read: a tBINARY that fails GetData has to fail reads and
@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "registry/value_conversion.h"
+#include "tree/tree.h"
 #include "unit_store.h"
 
 namespace propmap::testing {
@@ -19,7 +20,14 @@ namespace {
 
 class StoreDirtyTest : public ::testing::Test {
  public:
-  const iRegistryTable& ops() { return *store_->registry.table; }
+  void TearDown() override {
+    EXPECT_EQ(unit_.Close(), ResultOk);
+    // Only the root's one-byte empty name stays behind.
+    EXPECT_EQ(heap().live_blocks(), 1u);
+    EXPECT_EQ(heap().live_bytes(), 1u);
+  }
+
+  const iRegistryTable& ops() const { return *store_->registry.table; }
   iRegistry* self() { return &store_->registry; }
   tERROR Set(const char* name, tag_TYPE_ID type, const void* data, uint32_t size, uint32_t create = 1) {
     return ops().SetValue(self(), 0, name, type, data, size, create);
@@ -31,7 +39,7 @@ class StoreDirtyTest : public ::testing::Test {
   }
 
  protected:
-  TraceCapture capture_;
+  TraceCapture trace_;  // before the store: lines other than the operations' own
   UnitStore unit_{{}};
   PropertiesMap* store_ = unit_.store();
 };

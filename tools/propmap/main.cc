@@ -41,7 +41,9 @@ int Run(int argc, char** argv) {
   Context ctx;
   CLI::App app{"Inspect, edit, compare and repair propmap profiles", "propmap"};
   app.footer(kFooter);
-  app.set_version_flag("--version", std::string(PROPMAP_VERSION));
+  app.set_version_flag("--version", [&ctx] {
+    return "propmap " PROPMAP_VERSION "\nmodule: " + ModulePath(ctx.options.module);
+  });
   app.require_subcommand(1);
   const char* env_profile = std::getenv("PROPMAP_PROFILE");
   ctx.options.profile = env_profile != nullptr && *env_profile != '\0' ? env_profile : "profiles.xml";

@@ -66,9 +66,19 @@ TEST_F(ToolTest, ReadingCommandsPrintTypedValues) {
   for (const auto& row : rows) {
     Outcome o = Tool(row.args);
     EXPECT_EQ(o.exit, 0) << row.args.back() << ": " << o.err;
+    EXPECT_EQ(o.err, "") << "quiet unless asked";
     if (row.part) EXPECT_NE(o.out.find(row.out), std::string::npos) << o.out;
     else EXPECT_EQ(o.out, row.out) << row.args.back();
   }
+}
+
+TEST_F(ToolTest, TraceEchoesTheModulesLinesUpToTheLevel) {
+  Outcome o = Tool({"--trace=600", "set", "Window/Width", "1", "--type", "tDWORD"});
+  EXPECT_EQ(o.exit, 0);
+  EXPECT_NE(o.err.find("trace 600: prmap\tSetValue Width"), std::string::npos) << o.err;
+  EXPECT_NE(o.err.find("trace 400: prmap\tsave to temporary file profiles.xml.tmp"), std::string::npos);
+  o = Tool({"--trace=500", "set", "Window/Width", "2", "--type", "tDWORD"});
+  EXPECT_EQ(o.err.find("trace 600"), std::string::npos) << o.err;
 }
 
 // Every failure: its code and the file on stderr, exit 2, and no file touched.

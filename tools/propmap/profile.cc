@@ -43,6 +43,8 @@ std::string ModulePath(const std::string& option) {
 Session::Session(const CommonOptions& options) : options_(options) {
   prhost::LoadOptions load;
   load.path = ModulePath(options.module);
+  // Without --trace the module gets no trace service and formats no lines.
+  load.host.offer_trace = options.trace_level.has_value();
   if (::access(load.path.c_str(), R_OK) != 0) {
     throw ToolError(prhost::Code(0x800000C5), load.path + ": the module file cannot be read");
   }
@@ -54,11 +56,11 @@ Session::Session(const CommonOptions& options) : options_(options) {
   if (options.trace_level) {
     const uint32_t limit = *options.trace_level;
     prhost::TraceSink& sink = module_->trace();
-    // Lines are echoed as they come and not kept: a long run would otherwise
-    // hold every line in memory.
+    // Lines are echoed as they come and then dropped: a long run would
+    // otherwise hold every line in memory.
     sink.set_observer([limit, &sink](const prhost::TraceLine& line) {
       if (line.level <= limit) std::fprintf(stderr, "trace %u: %s\n", line.level, line.text.c_str());
-      (void)sink;
+      sink.Clear();
     });
   }
 }

@@ -86,6 +86,9 @@ TEST_F(ToolTest, FailuresNameTheCodeAndSaveNothing) {
   ASSERT_TRUE(prhost::WriteWholeFile(Path("torn.xml"), sample_.substr(0, 300)));
   ASSERT_TRUE(prhost::WriteWholeFile(Path("bad.json"), "{\"format\": \"propmap\", \"values\": [{\"name\": \"v\", "
                                                        "\"type\": \"tBYTE\", \"value\": 300}]}"));
+  ASSERT_TRUE(prhost::WriteWholeFile(Path("torn.json"), "{\"format\": \"propmap\", \"values\": ["));
+  ASSERT_TRUE(prhost::WriteWholeFile(Path("odd.json"), "{\"format\": \"propmap\", \"values\": [{\"name\": \"b\", "
+                                                       "\"type\": \"tBINARY\", \"hex\": \"ABC\"}]}"));
   const struct {
     Args args;
     std::string err;
@@ -105,6 +108,8 @@ TEST_F(ToolTest, FailuresNameTheCodeAndSaveNothing) {
       {{"--read-only", "set", "Window/Width", "1", "--type", "tDWORD"}, "ErrReadOnly(0x800000C1): profiles.xml"},
       {{"--read-only", "clean"}, "ErrReadOnly(0x800000C1): profiles.xml: key '' cannot be emptied"},
       {{"import", "bad.json"}, "bad.json value 'v': out of the range of tBYTE"},
+      {{"import", "torn.json"}, "ErrBadDocument(0x800000C0): torn.json: is not a valid JSON document"},
+      {{"import", "odd.json"}, "odd.json: value 'b': \"hex\" needs an even number of hex digits"},
       {{"import", "torn.xml"}, "ErrBadDocument(0x800000C0): torn.xml"},
       {{"set", "Window/Width", "1", "--type", "tDWORD"}, "ErrShortTransfer(0x8000004A): profiles.xml: cannot be saved", 4096},
       {{"set", "Window/Width", "1", "--type", "tDWORD"}, "ErrFileTooBig(0x80000078): profiles.xml: cannot be saved", 0},
@@ -161,6 +166,38 @@ TEST_F(ToolTest, ExportImportRoundTripsWithoutDifference) {
     EXPECT_EQ(d.exit, 0) << format << ": " << d.out << d.err;
   }
   EXPECT_EQ(*prhost::ReadWholeFile(Path("export.xml")), sample_) << "the module's own writer";
+}
+
+// Every JSON shape, set by text and carried through export and import.
+TEST_F(ToolTest, TypedJsonIsLossless) {
+  const struct {
+    const char* type;
+    std::string text;
+    const char* json;  // the value's JSON after its name and type
+  } rows[] = {
+      {"tBYTE", "255", "\"value\": 255"},
+      {"tSBYTE", "-128", "\"value\": -128"},
+      {"tSHORT", "-32768", "\"value\": -32768"},
+      {"tINT", "-2147483648", "\"value\": -2147483648"},
+      {"tLONG", "-9223372036854775808", "\"value\": \"-9223372036854775808\""},
+      {"tQWORD", "18446744073709551615", "\"value\": \"18446744073709551615\""},
+      {"tDOUBLE", "0.1", "\"value\": 0.1"},
+      {"tCHAR", "x", "\"value\": 120"},
+      {"tBINARY", "00ff10", "\"hex\": \"00FF10\""},
+      {"tVOID", "", "\"value\": null"},
+      {"tSTRING", "Gr\xC3\xBC\xC3\x9F" "e", "\"value\": \"Gr\xC3\xBC\xC3\x9F" "e\""},
+      {"tSTRING", "\xFF\xFE", "\"hex\": \"FFFE\""},
+  };
+  for (const auto& row : rows) {
+    const std::string name = "K/v" + std::to_string(&row - rows);
+    EXPECT_EQ(Ok({"-p", "typed.xml", "set", name, row.text, "--type", row.type}), "");
+  }
+  const std::string json = Ok({"-p", "typed.xml", "export", "--format", "json"});
+  for (const auto& row : rows) EXPECT_NE(json.find(row.json), std::string::npos) << row.type << "\n" << json;
+  ASSERT_TRUE(prhost::WriteWholeFile(Path("typed.json"), json));
+  EXPECT_EQ(Ok({"-p", "copy.xml", "import", "typed.json"}), "");
+  Outcome d = Tool({"diff", "typed.xml", "copy.xml"});
+  EXPECT_EQ(d.exit, 0) << d.out << d.err;
 }
 
 TEST_F(ToolTest, DiffAndDryRunReportTypedChanges) {

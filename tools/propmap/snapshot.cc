@@ -28,7 +28,7 @@ KeySnapshot ReadSubtree(const prhost::Registry& registry, prhost::hKey key, cons
 }
 
 KeySnapshot ReadProfile(const Session& session, const std::string& path, const std::string& key_path) {
-  std::unique_ptr<Profile> profile = session.Open(path, IfMissing::kFail, true);
+  std::unique_ptr<Profile> profile = session.Open(path, IfMissing::kFail, true, false);
   return ReadSubtree(profile->registry(), profile->Key(key_path), path);
 }
 

@@ -27,7 +27,8 @@ struct KeySnapshot {
 KeySnapshot ReadSubtree(const prhost::Registry& registry, prhost::hKey key, const std::string& where,
                         uint32_t depth = UINT32_MAX);
 
-// The whole subtree at `key_path` of the profile at `path`, opened read-only.
+// The subtree at `key_path` of the profile at `path`, opened read-only and
+// without --root: comparisons name their subtrees themselves (FILE::KEY).
 KeySnapshot ReadProfile(const Session& session, const std::string& path, const std::string& key_path = {});
 
 // Writes the snapshot's values and sub-keys below `key` (types and native

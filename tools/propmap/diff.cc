@@ -1,35 +1,44 @@
 #include "diff.h"
 
-#include <strings.h>
+#include <unordered_map>
 
 namespace propmap_tool {
 namespace {
 
 // Names compare as the store compares them: ASCII letters folded, nothing else.
-bool SameName(const std::string& a, const std::string& b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i) {
-    auto fold = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-    if (fold(a[i]) != fold(b[i])) return false;
+std::string Folded(const std::string& name) {
+  std::string out = name;
+  for (char& c : out) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   }
-  return true;
+  return out;
 }
 
+// The items of one key by folded name, so matching two keys is linear.
 template <typename T>
-const T* FindByName(const std::vector<T>& items, const std::string& name) {
-  for (const T& item : items) {
-    if (SameName(item.name, name)) return &item;
+class ByName {
+ public:
+  explicit ByName(const std::vector<T>& items) {
+    index_.reserve(items.size());
+    for (const T& item : items) index_.emplace(Folded(item.name), &item);
   }
-  return nullptr;
-}
+  const T* Find(const std::string& name) const {
+    auto it = index_.find(Folded(name));
+    return it == index_.end() ? nullptr : it->second;
+  }
+
+ private:
+  std::unordered_map<std::string, const T*> index_;
+};
 
 std::string Join(const std::string& prefix, const std::string& name) {
   return prefix.empty() ? name : prefix + "/" + name;
 }
 
 void DiffInto(const KeySnapshot& a, const KeySnapshot& b, const std::string& prefix, std::vector<Change>& out) {
+  const ByName<TypedValue> a_values(a.values), b_values(b.values);
   for (const TypedValue& v : a.values) {
-    const TypedValue* other = FindByName(b.values, v.name);
+    const TypedValue* other = b_values.Find(v.name);
     if (other == nullptr) {
       out.push_back({Change::kRemoved, Join(prefix, v.name), &v, nullptr});
     } else if (other->type != v.type || other->data != v.data) {
@@ -37,10 +46,11 @@ void DiffInto(const KeySnapshot& a, const KeySnapshot& b, const std::string& pre
     }
   }
   for (const TypedValue& v : b.values) {
-    if (FindByName(a.values, v.name) == nullptr) out.push_back({Change::kAdded, Join(prefix, v.name), nullptr, &v});
+    if (a_values.Find(v.name) == nullptr) out.push_back({Change::kAdded, Join(prefix, v.name), nullptr, &v});
   }
+  const ByName<KeySnapshot> a_keys(a.keys), b_keys(b.keys);
   for (const KeySnapshot& k : a.keys) {
-    const KeySnapshot* other = FindByName(b.keys, k.name);
+    const KeySnapshot* other = b_keys.Find(k.name);
     if (other == nullptr) {
       out.push_back({Change::kRemovedKey, Join(prefix, k.name) + "/"});
     } else {
@@ -48,7 +58,7 @@ void DiffInto(const KeySnapshot& a, const KeySnapshot& b, const std::string& pre
     }
   }
   for (const KeySnapshot& k : b.keys) {
-    if (FindByName(a.keys, k.name) == nullptr) out.push_back({Change::kAddedKey, Join(prefix, k.name) + "/"});
+    if (a_keys.Find(k.name) == nullptr) out.push_back({Change::kAddedKey, Join(prefix, k.name) + "/"});
   }
 }
 

@@ -33,20 +33,42 @@ Result<std::string> GetNative(const prhost::Registry& registry, prhost::hKey key
   });
 }
 
+namespace {
+
+// One call while the output fits the reused buffer, a second one when it
+// does not. Only for reads in the value's own type: a read converted from a
+// block whose size equals the buffer's would return the block's bytes.
+tERROR FetchReusing(std::string& buffer, std::string& out,
+                    const std::function<tERROR(void*, uint32_t, uint32_t*)>& call) {
+  if (buffer.size() < 256) buffer.resize(256);
+  uint32_t size = 0;
+  tERROR err = call(buffer.data(), static_cast<uint32_t>(buffer.size()), &size);
+  if (err == prhost::kErrBufferTooSmall) {
+    buffer.resize(size);
+    err = call(buffer.data(), size, &size);
+  }
+  if (prhost::Succeeded(err)) out.assign(buffer.data(), std::min<size_t>(size, buffer.size()));
+  return err;
+}
+
+}  // namespace
+
 TypedValue ReadValue(const prhost::Registry& registry, prhost::hKey key, uint32_t index, const std::string& where) {
+  // By index only for the name: walking to an index costs as many steps as
+  // the index, while a lookup by name is hashed.
+  thread_local std::string buffer;
   TypedValue v;
-  Result<std::string> name = FetchData([&](void* buffer, uint32_t buffer_size, uint32_t* size) {
-    return registry.GetValueNameByIndex(size, key, index, buffer, buffer_size);
+  tERROR err = FetchReusing(buffer, v.name, [&](void* out, uint32_t out_size, uint32_t* size) {
+    return registry.GetValueNameByIndex(size, key, index, out, out_size);
   });
-  Check(name.code, where + ": cannot read the name of value " + std::to_string(index));
-  v.name = name.value.substr(0, name.value.find('\0'));
-  // Type 0 asks for the stored type; the second call then reads that type.
-  Result<std::string> data = FetchData([&](void* buffer, uint32_t buffer_size, uint32_t* size) {
-    return registry.GetValueByIndex(size, key, index, &v.type, buffer, buffer_size);
+  Check(err, where + ": cannot read the name of value " + std::to_string(index));
+  v.name.resize(std::min(v.name.size(), v.name.find('\0')));
+  // Type 0 asks for the value in its own type and reports that type.
+  err = FetchReusing(buffer, v.data, [&](void* out, uint32_t out_size, uint32_t* size) {
+    return registry.GetValue(size, key, v.name.c_str(), &v.type, out, out_size);
   });
-  Check(data.code, where + ": cannot read value '" + v.name + "'");
-  v.data = std::move(data.value);
-  Result<std::string> text = prhost::Client(registry).ValueTextByIndex(key, index);
+  Check(err, where + ": cannot read value '" + v.name + "'");
+  Result<std::string> text = prhost::Client(registry).GetString(key, v.name);
   // Some types have no text (a code address); the native bytes still tell them.
   if (text.ok()) v.text = std::move(text.value);
   return v;

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# install_test.sh BUILD_DIR SOURCE_DIR [build-consumer]: cmake --install into
+# a temporary prefix, then run the installed tool on a copy of the sample and
+# (unless sanitized) build a host against the installed package.
+set -euo pipefail
+build=$(cd "$1" && pwd) source=$(cd "$2" && pwd) consumer=${3:-1}
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cmake --install "$build" --prefix "$work/prefix" >/dev/null
+for f in bin/propmap lib/propmap/libpropmap.so lib/libprhost.a include/propmap/host/store.h \
+  share/man/man1/propmap.1 lib/cmake/propmap/propmapConfig.cmake; do
+  [ -e "$work/prefix/$f" ] || { echo "not installed: $f"; exit 1; }
+done
+tool=$work/prefix/bin/propmap
+"$tool" --version | grep -qx "module: $work/prefix/lib/propmap/libpropmap.so" || {
+  echo "the installed tool does not use the installed module"; "$tool" --version; exit 1; }
+cp "$source/examples/profiles.xml" "$work/profiles.xml"
+cd "$work"
+[ "$("$tool" get Window/Width)" = 1680 ]
+"$tool" set Window/Width 1920 --type tDWORD
+[ "$("$tool" get Window/Width)" = 1920 ]
+if [ "$consumer" = 1 ]; then
+  cmake -S "$source/tests/tool/consumer" -B "$work/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
+  cmake --build "$work/consumer" >/dev/null
+  "$work/consumer/consumer" | grep -qx "registered 23 methods"
+fi
+echo "installed and ran from $work/prefix"

@@ -1,0 +1,46 @@
+// The subcommands, grouped by what they do. Each Add* function declares its
+// subcommands on the application; a chosen subcommand leaves its action in
+// `context.action`, which main() runs after parsing, inside its error
+// handling.
+//
+// Thread-safety: one thread.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "options.h"
+#include "profile.h"
+
+namespace propmap_tool {
+
+struct Context {
+  CommonOptions options;
+  std::function<int()> action;  // returns the exit code
+
+  // The module is loaded on first use, after parsing succeeded.
+  Session& session() {
+    if (!session_) session_ = std::make_unique<Session>(options);
+    return *session_;
+  }
+
+ private:
+  std::unique_ptr<Session> session_;
+};
+
+void AddReadCommands(CLI::App& app, Context& context);     // get, ls, tree, export, check
+void AddEditCommands(CLI::App& app, Context& context);     // set, rm, clean, cp, import
+void AddCompareCommands(CLI::App& app, Context& context);  // diff, restore, watch
+
+// "Window/Panels/Width" -> {"Window/Panels", "Width"}; either separator.
+std::pair<std::string, std::string> SplitValuePath(const std::string& path);
+
+// Pretty JSON on stdout; bytes that are not UTF-8 are replaced.
+void PrintJson(const nlohmann::ordered_json& json);
+
+}  // namespace propmap_tool

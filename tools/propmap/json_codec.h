@@ -1,0 +1,31 @@
+// Lossless typed JSON of a subtree.
+//
+//   {"format": "propmap", "version": 1,
+//    "values": [{"name": "Width", "type": "tDWORD", "value": 1024}, ...],
+//    "keys": [{"name": "Panels", "values": [...], "keys": [...]}, ...]}
+//
+// Arrays keep the store's order. Integers up to 32 bits are JSON numbers;
+// 64-bit ones are decimal strings (JSON readers often hold numbers as
+// doubles); doubles are numbers; blocks, non-finite doubles and strings that
+// are not UTF-8 carry their native bytes as "hex" instead of "value". On
+// reading, a "value" string for a non-string type goes through the module's
+// own text conversion, so hand-written JSON may say "0x10" or "true".
+//
+// Thread-safety: pure functions (FromJson uses the caller's Converter).
+#pragma once
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "snapshot.h"
+
+namespace propmap_tool {
+
+nlohmann::ordered_json ToJson(const KeySnapshot& snapshot);
+
+// ToolError (ErrBadParameter) naming `where` and the value for malformed
+// input or values out of their type's range.
+KeySnapshot FromJson(const nlohmann::ordered_json& json, const Converter& converter, const std::string& where);
+
+}  // namespace propmap_tool

@@ -1,0 +1,34 @@
+// How the tool reports trouble: a result code and one sentence naming the
+// file and the key. Commands throw ToolError; main() prints it as
+// "propmap: ErrNotFound(0x8000D002): <sentence>" and exits with kExitTrouble.
+//
+// Thread-safety: plain values.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "abi.h"
+
+namespace propmap_tool {
+
+// Exit codes, also listed in --help and the man page.
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitDifferent = 1;  // diff found differences
+inline constexpr int kExitTrouble = 2;    // any failure; nothing was saved
+
+class ToolError : public std::runtime_error {
+ public:
+  ToolError(prhost::tERROR code, const std::string& sentence) : std::runtime_error(sentence), code_(code) {}
+  prhost::tERROR code() const { return code_; }
+
+ private:
+  prhost::tERROR code_;
+};
+
+// Throws ToolError(code, sentence) when the code is a failure.
+inline void Check(prhost::tERROR code, const std::string& sentence) {
+  if (prhost::Failed(code)) throw ToolError(code, sentence);
+}
+
+}  // namespace propmap_tool

@@ -310,7 +310,7 @@ void Step(Input& in, Side sides[2]) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace propmap;
-  testing::TraceCapture trace;  // the stores' trace lines go nowhere
+  propmap::testing::TraceCapture trace;  // the stores' trace lines go nowhere
   {
     std::unique_ptr<Side[]> sides(new Side[2]);
     Input in{data, data + size};

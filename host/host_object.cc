@@ -75,8 +75,9 @@ Host::Host(HostOptions options) : options_(std::move(options)) {
     t[kHostQueryServiceSlot] = reinterpret_cast<void*>(&Host::QueryService);
     return t;
   }();
-  object_ = Object{table.data(), HostObjTable(), this};
+  object_ = Object{table.data(), options_.plain_heap ? PlainObjTable() : HostObjTable(), this};
   trace_.set_echo(options_.echo);
+  trace_.set_level_limit(options_.trace_level_limit);
   if (options_.offer_trace) trace_slot_ = ClaimSlot(this, &object_);
 }
 

@@ -2,7 +2,7 @@
 # Installs every Debian package the project needs. Safe to run again: packages
 # already present are not touched, and apt is only consulted when one is missing.
 set -euo pipefail
-packages=(cmake ninja-build g++ libboost1.81-dev googletest libgtest-dev libgmock-dev libbenchmark-dev libexpat1-dev libpugixml-dev
+packages=(cmake ninja-build g++ libboost1.81-dev googletest libgtest-dev libgmock-dev libbenchmark-dev libexpat1-dev libpugixml-dev python3
   clang libclang-rt-14-dev)
 missing=()
 for p in "${packages[@]}"; do

@@ -7,8 +7,8 @@
 namespace propmap {
 namespace {
 
-// The hash folds a word at a time: every byte position of the full words and
-// of the tail must fold like FoldAscii, and nothing else may collide there.
+// Hash and comparison fold a word at a time: every byte position of the full
+// words and of the tail must fold 'A'..'Z' and nothing else.
 TEST(HashNameTest, FoldsEveryPositionLikeNamesEqual) {
   const std::string base = "abcdefghijklmnopq";  // two words and a 1-byte tail
   for (size_t length : {size_t{1}, size_t{7}, size_t{8}, size_t{9}, base.size()}) {
@@ -19,6 +19,7 @@ TEST(HashNameTest, FoldsEveryPositionLikeNamesEqual) {
         std::string folded = name;
         if (byte >= 'A' && byte <= 'Z') folded[at] = static_cast<char>(byte + 32);
         ASSERT_EQ(HashName(name), HashName(folded)) << length << " " << at << " " << byte;
+        ASSERT_TRUE(NamesEqual(name.data(), length, folded.data(), length)) << length << " " << at << " " << byte;
       }
     }
   }
@@ -34,7 +35,10 @@ TEST(HashNameTest, DistinctNamesInTable) {
       {"@", "`"},
   };
   EXPECT_EQ(HashName(""), 0u);  // lookups probe the empty name with hash 0
-  for (const auto& [a, b] : distinct) EXPECT_NE(HashName(a), HashName(b)) << a << " / " << b;
+  for (const auto& [a, b] : distinct) {
+    EXPECT_NE(HashName(a), HashName(b)) << a << " / " << b;
+    EXPECT_FALSE(NamesEqual(a.data(), a.size(), b.data(), b.size())) << a << " / " << b;
+  }
 }
 
 // Equal names must hash alike for every byte value, and only ASCII letters fold.

@@ -37,10 +37,25 @@ inline uint64_t LoadWord(const char* bytes) {
   return word;
 }
 
-// The last `count` (< 8) bytes, zero-padded.
+// The last `count` (< 8) bytes, zero-padded, as memcpy into a zeroed word
+// would give them; in fixed-size pieces, which compile to plain loads where a
+// memcpy of variable size is a library call.
 inline uint64_t LoadTail(const char* bytes, size_t count) {
   uint64_t word = 0;
-  std::memcpy(&word, bytes, count);
+  size_t offset = 0;
+  if ((count & 4) != 0) {
+    uint32_t piece;
+    std::memcpy(&piece, bytes, 4);
+    word = piece;
+    offset = 4;
+  }
+  if ((count & 2) != 0) {
+    uint16_t piece;
+    std::memcpy(&piece, bytes + offset, 2);
+    word |= uint64_t{piece} << (8 * offset);
+    offset += 2;
+  }
+  if ((count & 1) != 0) word |= uint64_t{static_cast<unsigned char>(bytes[offset])} << (8 * offset);
   return word;
 }
 

@@ -8,6 +8,7 @@ one line per side from compare_memory. Prints the table, writes
 OUT_DIR/ratios.json and OUT_DIR/ratios.svg, and, given a README, replaces the
 text between its "bench:begin" and "bench:end" markers with the table.
 """
+import html
 import json
 import platform
 import re
@@ -132,9 +133,9 @@ def svg(result_rows):
         y = 24 + i * (bar_h + gap)
         s = min(score(value, target), 3.0)
         color = "#2e7d32" if met else "#c62828"
-        parts.append(f'<text x="{left - 6}" y="{y + 13}" text-anchor="end">{measure}, {size}</text>')
+        parts.append(f'<text x="{left - 6}" y="{y + 13}" text-anchor="end">{html.escape(measure)}, {size}</text>')
         parts.append(f'<rect x="{left}" y="{y}" width="{s * scale:.1f}" height="{bar_h}" fill="{color}"/>')
-        parts.append(f'<text x="{left + s * scale + 4:.1f}" y="{y + 13}">{value:.2f} ({target})</text>')
+        parts.append(f'<text x="{left + s * scale + 4:.1f}" y="{y + 13}">{value:.2f} ({html.escape(target)})</text>')
     parts.append(f'<line x1="{x_one}" y1="20" x2="{x_one}" y2="{height}" stroke="#000" stroke-dasharray="4 3"/>')
     parts.append("</svg>")
     return "\n".join(parts) + "\n"

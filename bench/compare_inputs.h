@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -52,9 +53,6 @@ inline const std::string& WideDocument() {
   }();
   return doc;
 }
-
-// Writes `bytes` to a new file in the scratch directory; returns its path.
-inline std::string WriteInput(const std::string& name, const std::string& bytes);
 
 struct Lookup {
   std::string path;   // components joined by '/'
@@ -99,9 +97,12 @@ inline std::vector<Lookup> DwordKeys(const std::string& doc) {
   return found;
 }
 
-// The same kLookupCount pairs for every side.
+// The same kLookupCount pairs for every side. Benchmark threads may ask at
+// the same time.
 inline const std::vector<Lookup>& Lookups(int64_t size_index) {
+  static std::mutex mutex;
   static std::vector<Lookup> cached[3];
+  std::lock_guard lock(mutex);
   std::vector<Lookup>& out = cached[size_index];
   if (out.empty()) {
     const std::vector<Lookup> keys = DwordKeys(Document(size_index));
@@ -143,6 +144,7 @@ inline void WriteSyncRename(const std::string& path, const char* bytes, size_t s
   }
 }
 
+// Writes `bytes` to a new file in the scratch directory; returns its path.
 inline std::string WriteInput(const std::string& name, const std::string& bytes) {
   const std::string path = ScratchDir() + "/" + name;
   WriteSyncRename(path, bytes.data(), bytes.size());

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "compare_inputs.h"
@@ -49,9 +50,12 @@ const std::string& ProfilePath(int64_t size_index) {
   return paths[size_index];
 }
 
-// A loaded store per size, shared by the lookup and copy cases.
+// A loaded store per size, shared by the lookup and copy cases (and by the
+// reader threads, which may ask at the same time).
 prhost::Store& Loaded(int64_t size_index) {
+  static std::mutex mutex;
   static std::unique_ptr<prhost::Store> stores[3];
+  std::lock_guard lock(mutex);
   if (!stores[size_index]) stores[size_index] = OpenProfile(ProfilePath(size_index));
   return *stores[size_index];
 }

@@ -175,8 +175,38 @@ std::array<void*, kObjEntries> BuildTable() {
 
 const std::array<void*, kObjEntries> kHostObjTable = BuildTable();
 
+tERROR PlainAlloc(void*, void** out, uint32_t size) {
+  if (out == nullptr) return kErrBadParameter;
+  void* block = std::malloc(size == 0 ? 1 : size);
+  if (block == nullptr) return kErrNoMemory;
+  *out = block;
+  return kOk;
+}
+
+tERROR PlainRealloc(void*, void** inout, void* old_block, uint32_t new_size) {
+  if (inout == nullptr) return kErrBadParameter;
+  void* block = std::realloc(old_block, new_size == 0 ? 1 : new_size);
+  if (block == nullptr) return kErrNoMemory;
+  *inout = block;
+  return kOk;
+}
+
+tERROR PlainFree(void*, void* block) {
+  std::free(block);
+  return kOk;
+}
+
+const std::array<void*, kObjEntries> kPlainObjTable = [] {
+  std::array<void*, kObjEntries> table = BuildTable();
+  table[kObjAlloc] = reinterpret_cast<void*>(&PlainAlloc);
+  table[kObjRealloc] = reinterpret_cast<void*>(&PlainRealloc);
+  table[kObjFree] = reinterpret_cast<void*>(&PlainFree);
+  return table;
+}();
+
 }  // namespace
 
 void* const* HostObjTable() { return kHostObjTable.data(); }
+void* const* PlainObjTable() { return kPlainObjTable.data(); }
 
 }  // namespace prhost

@@ -92,5 +92,7 @@ class StoreHeap {
 // The host's iObj table (kObjEntries entries). Entries 52..54 are the heap;
 // every other entry answers ErrNotImplemented and touches nothing.
 void* const* HostObjTable();
+// The same entries on plain malloc, with no account (HostOptions::plain_heap).
+void* const* PlainObjTable();
 
 }  // namespace prhost

@@ -1,6 +1,7 @@
 #include "host_object.h"
 
 #include <array>
+#include <atomic>
 #include <shared_mutex>
 #include <stdexcept>
 #include <utility>
@@ -24,9 +25,17 @@ std::shared_mutex g_slots_mu;
 std::array<Host*, kTraceSlots> g_slots{};             // Protected by g_slots_mu
 std::array<const void*, kTraceSlots> g_last_object{};  // Protected by g_slots_mu
 int g_next_slot = 0;                                   // Protected by g_slots_mu
+// Each slot's level limit, read before the lock: lines the host drops anyway
+// never touch the shared mutex, so reader threads tracing at once do not
+// contend on it. A free slot has no limit, so its lines still meet the lock.
+struct LevelLimit {
+  std::atomic<uint32_t> value{UINT32_MAX};
+};
+std::array<LevelLimit, kTraceSlots> g_level_limit;
 
 template <int I>
 tERROR TraceThunk(void* object, uint32_t level, const char* format, va_list args) {
+  if (level > g_level_limit[I].value.load(std::memory_order_relaxed)) return kOk;
   std::shared_lock lock(g_slots_mu);
   Host* host = g_slots[I];
   if (host == nullptr) return kErrUnexpected;
@@ -39,7 +48,7 @@ constexpr std::array<TraceFn, kTraceSlots> MakeThunks(std::integer_sequence<int,
 }
 constexpr std::array<TraceFn, kTraceSlots> kThunks = MakeThunks(std::make_integer_sequence<int, kTraceSlots>{});
 
-int ClaimSlot(Host* host, const void* object) {
+int ClaimSlot(Host* host, const void* object, uint32_t level_limit) {
   std::unique_lock lock(g_slots_mu);
   int chosen = -1;
   for (int slot = 0; slot < kTraceSlots && chosen < 0; ++slot) {
@@ -53,12 +62,14 @@ int ClaimSlot(Host* host, const void* object) {
   if (chosen < 0) throw std::runtime_error("prhost: more than 64 hosts alive at once");
   g_slots[chosen] = host;
   g_last_object[chosen] = object;
+  g_level_limit[chosen].value.store(level_limit, std::memory_order_relaxed);
   return chosen;
 }
 
 void ReleaseSlot(int slot) {
   std::unique_lock lock(g_slots_mu);
   g_slots[slot] = nullptr;
+  g_level_limit[slot].value.store(UINT32_MAX, std::memory_order_relaxed);
 }
 
 tERROR HostUnimplemented(void*, ...) { return kErrNotImplemented; }
@@ -75,9 +86,10 @@ Host::Host(HostOptions options) : options_(std::move(options)) {
     t[kHostQueryServiceSlot] = reinterpret_cast<void*>(&Host::QueryService);
     return t;
   }();
-  object_ = Object{table.data(), HostObjTable(), this};
+  object_ = Object{table.data(), options_.plain_heap ? PlainObjTable() : HostObjTable(), this};
   trace_.set_echo(options_.echo);
-  if (options_.offer_trace) trace_slot_ = ClaimSlot(this, &object_);
+  trace_.set_level_limit(options_.trace_level_limit);
+  if (options_.offer_trace) trace_slot_ = ClaimSlot(this, &object_, options_.trace_level_limit);
 }
 
 Host::~Host() {

@@ -17,6 +17,7 @@
 // construction.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -37,6 +38,13 @@ struct HostOptions {
   // ErrBadParameter for one that fails validation.
   std::optional<tERROR> register_result{};
   TraceEcho echo = TraceEcho::kNone;
+  // Lines of a higher (less important) level than this are dropped before
+  // they are formatted, as a production host's filtering sink does.
+  uint32_t trace_level_limit = UINT32_MAX;
+  // Give stores plain malloc blocks with no account, fill or lock, so that
+  // benchmarks measure the module and not the test heap's bookkeeping. The
+  // stores' StoreHeap accounts then stay empty and faults cannot be injected.
+  bool plain_heap = false;
 };
 
 struct ServiceQuery {

@@ -7,6 +7,7 @@
 namespace prhost {
 
 tERROR TraceSink::Write(const void* store, uint32_t level, const char* format, va_list args) {
+  if (level > level_limit_) return kOk;
   FormattedLine formatted = FormatTrace(format, args);
   TraceLine line{level, store, std::move(formatted.text), formatted.well_formed};
   std::function<void(const TraceLine&)> observer;

@@ -45,6 +45,8 @@ class TraceSink {
   tERROR Write(const void* store, uint32_t level, const char* format, va_list args);
 
   void set_echo(TraceEcho echo);
+  // Lines above this level are dropped unformatted (set before any line).
+  void set_level_limit(uint32_t limit) { level_limit_ = limit; }
   // Called with each line after it is kept, outside the sink's lock, on the
   // module's thread: a host callback that may call back into the store.
   void set_observer(std::function<void(const TraceLine&)> observer);
@@ -68,6 +70,7 @@ class TraceSink {
   mutable std::mutex mu_;
   std::vector<TraceLine> lines_;  // Protected by mu_
   TraceEcho echo_ = TraceEcho::kNone;  // Protected by mu_
+  uint32_t level_limit_ = UINT32_MAX;  // Fixed before the module writes
   std::function<void(const TraceLine&)> observer_;  // Protected by mu_
 };
 

@@ -18,7 +18,6 @@ namespace {
 constexpr std::string_view kLineEnd = "\r\n";
 constexpr size_t kIndentStep = 4;
 
-void AppendIndent(std::string* output, size_t indent) { output->append(indent, ' '); }
 
 // The element name of a value: its type's name, except that wide strings are
 // written (and so read back) as narrow ones. Names are measured once.
@@ -35,14 +34,13 @@ std::string_view ValueElementName(tag_TYPE_ID type) {
   return kNames[type];
 }
 
-// One line per value. `scratch` serves all values of the key. It is kept
+// One line per value. `scratch` serves all values of the document. It is kept
 // all zeros between values, so that a text always ends in a zero byte and is
 // written up to its first one, also when a conversion writes fewer bytes than
 // it counts. A text that fits the buffer is converted in one call; only a
 // longer one needs the size query first, as the buffer then grows.
-tERROR WriteValues(KeyNode* key, std::string* output, size_t indent) {
+tERROR WriteValues(KeyNode* key, xml::TextSink* output, size_t indent, std::vector<char>& scratch) {
   if (key->value_count == 0) return ResultOk;
-  std::vector<char> scratch(64, '\0');
   for (ListLink* link = key->values.next; link != &key->values; link = link->next) {
     const ValueEntry* entry = EntryFrom(link);
     const iValue* value = entry->value;
@@ -56,17 +54,17 @@ tERROR WriteValues(KeyNode* key, std::string* output, size_t indent) {
     scratch[length] = '\0';
 
     const std::string_view element = ValueElementName(value->GetTypeId());
-    AppendIndent(output, indent);
-    output->push_back('<');
-    output->append(element);
+    output->Fill(indent, ' ');
+    output->Put('<');
+    output->Put(element);
     xml::AppendAttribute(output, "name", entry->name, entry->name_length);
-    output->push_back('>');
+    output->Put('>');
     xml::EscapeAppend(scratch.data(), xml::kUpToZero, output);
     std::fill_n(scratch.data(), static_cast<size_t>(length) + 1, '\0');
-    output->append("</");
-    output->append(element);
-    output->push_back('>');
-    output->append(kLineEnd);
+    output->Put("</");
+    output->Put(element);
+    output->Put('>');
+    output->Put(kLineEnd);
   }
   return ResultOk;
 }
@@ -74,33 +72,34 @@ tERROR WriteValues(KeyNode* key, std::string* output, size_t indent) {
 // Appends the sub-keys and values of `key` at `indent` spaces, the sub-keys'
 // own contents deeper. Walks with an explicit stack rather than recursion:
 // trees built through the registry have no depth limit.
-tERROR WriteKeyContents(KeyNode* key, std::string* output, size_t indent) {
+tERROR WriteKeyContents(KeyNode* key, xml::TextSink* output, size_t indent) {
   struct Frame {
     KeyNode* key;
     KeyNode* next_child;
     size_t indent;
   };
   std::vector<Frame> stack;
+  std::vector<char> scratch(64, '\0');
   stack.push_back({key, key->FirstChild(), indent});
   while (!stack.empty()) {
     Frame& frame = stack.back();
     if (KeyNode* child = frame.next_child; child != nullptr) {
       frame.next_child = frame.key->NextChild(child);
-      AppendIndent(output, frame.indent);
-      output->append("<key");
+      output->Fill(frame.indent, ' ');
+      output->Put("<key");
       xml::AppendAttribute(output, "name", child->name != nullptr ? child->name : "", xml::kUpToZero);
-      output->push_back('>');
-      output->append(kLineEnd);
+      output->Put('>');
+      output->Put(kLineEnd);
       stack.push_back({child, child->FirstChild(), frame.indent + kIndentStep});
       continue;
     }
-    if (tERROR err = WriteValues(frame.key, output, frame.indent); Failed(err)) return err;
+    if (tERROR err = WriteValues(frame.key, output, frame.indent, scratch); Failed(err)) return err;
     const size_t done_indent = frame.indent;
     stack.pop_back();
     if (!stack.empty()) {
-      AppendIndent(output, done_indent - kIndentStep);
-      output->append("</key>");
-      output->append(kLineEnd);
+      output->Fill(done_indent - kIndentStep, ' ');
+      output->Put("</key>");
+      output->Put(kLineEnd);
     }
   }
   return ResultOk;
@@ -111,11 +110,12 @@ tERROR WriteKeyContents(KeyNode* key, std::string* output, size_t indent) {
 tERROR WriteProfileDocument(const PropertiesTree* tree, std::string* output) {
   if (tree == nullptr || tree->root == nullptr) return ErrNotImplemented;
   try {
-    output->append("<propertiesmap>");
-    output->append(kLineEnd);
-    if (tERROR err = WriteKeyContents(tree->root, output, kIndentStep); Failed(err)) return err;
-    output->append("</propertiesmap>");
-    output->append(kLineEnd);
+    xml::TextSink sink(output);
+    sink.Put("<propertiesmap>");
+    sink.Put(kLineEnd);
+    if (tERROR err = WriteKeyContents(tree->root, &sink, kIndentStep); Failed(err)) return err;
+    sink.Put("</propertiesmap>");
+    sink.Put(kLineEnd);
   } catch (const std::bad_alloc&) {
     return ErrNoMemory;
   }

@@ -1,48 +1,71 @@
-// Escaping by runs: ordinary bytes are appended in one piece, each special
-// byte ends the run and is replaced.
+// Escaping into room made per chunk: ordinary bytes are copied, each special
+// byte is replaced.
 #include "profile_xml/xml_escape.h"
 
+#include <algorithm>
 #include <cstring>
+#include <string_view>
 
 #include "profile_xml/xml_chars.h"
 
 namespace propmap::xml {
 
-void EscapeAppend(const char* bytes, size_t length, std::string* output) {
-  if (bytes == nullptr) return;
-  if (length == kUpToZero) length = std::strlen(bytes);
-  const char* run = bytes;
-  const char* const end = bytes + length;
-  for (const char* p = bytes; p < end; ++p) {
-    if (!Is(*p, kEscaped)) continue;
-    output->append(run, p);
-    run = p + 1;
+namespace {
+
+// The longest replacement, "&quot;" or "&#x1F;", bounds what a byte becomes.
+constexpr size_t kMaxPerByte = 6;
+// Bytes escaped per call of Room, so that a long text never asks for six
+// times its size at once.
+constexpr size_t kChunk = 4096;
+
+char* EscapeChunk(const char* p, const char* end, char* out) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  auto put = [&out](std::string_view text) {
+    std::memcpy(out, text.data(), text.size());
+    out += text.size();
+  };
+  for (; p < end; ++p) {
+    if (!Is(*p, kEscaped)) {
+      *out++ = *p;
+      continue;
+    }
     switch (*p) {
-      case '"': output->append("&quot;"); break;
-      case '&': output->append("&amp;"); break;
-      case '\'': output->append("&apos;"); break;
-      case '<': output->append("&lt;"); break;
-      case '>': output->append("&gt;"); break;
+      case '"': put("&quot;"); break;
+      case '&': put("&amp;"); break;
+      case '\'': put("&apos;"); break;
+      case '<': put("&lt;"); break;
+      case '>': put("&gt;"); break;
       default: {
-        static constexpr char kHex[] = "0123456789ABCDEF";
         const auto code = static_cast<unsigned char>(*p);
-        output->append("&#x");
-        if (code >= 16) output->push_back(kHex[code >> 4]);
-        output->push_back(kHex[code & 15]);
-        output->push_back(';');
+        put("&#x");
+        if (code >= 16) *out++ = kHex[code >> 4];
+        *out++ = kHex[code & 15];
+        *out++ = ';';
       }
     }
   }
-  output->append(run, end);
+  return out;
 }
 
-void AppendAttribute(std::string* output, const char* name, const char* value, size_t length) {
-  output->push_back(' ');
-  output->append(name);
-  output->push_back('=');
-  output->push_back('"');
+}  // namespace
+
+void EscapeAppend(const char* bytes, size_t length, TextSink* output) {
+  if (bytes == nullptr) return;
+  if (length == kUpToZero) length = std::strlen(bytes);
+  for (const char* const end = bytes + length; bytes < end;) {
+    const char* const chunk_end = bytes + std::min(kChunk, static_cast<size_t>(end - bytes));
+    char* const start = output->Room(static_cast<size_t>(chunk_end - bytes) * kMaxPerByte);
+    output->Advance(static_cast<size_t>(EscapeChunk(bytes, chunk_end, start) - start));
+    bytes = chunk_end;
+  }
+}
+
+void AppendAttribute(TextSink* output, std::string_view name, const char* value, size_t length) {
+  output->Put(' ');
+  output->Put(name);
+  output->Put("=\"");
   EscapeAppend(value, length, output);
-  output->push_back('"');
+  output->Put('"');
 }
 
 }  // namespace propmap::xml

@@ -5,7 +5,7 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
+#include "profile_xml/text_sink.h"
 
 namespace propmap::xml {
 
@@ -15,9 +15,9 @@ inline constexpr size_t kUpToZero = static_cast<size_t>(-1);
 // Appends the bytes with '"', '&', '\'', '<' and '>' as named references and
 // bytes 1 to 31 other than LF and CR as '&#x<upper-case hex>;'. Every other
 // byte, 0x80 and above included, is copied unchanged. Throws std::bad_alloc.
-void EscapeAppend(const char* bytes, size_t length, std::string* output);
+void EscapeAppend(const char* bytes, size_t length, TextSink* output);
 
 // Appends ' name="value"' with the value escaped. Throws std::bad_alloc.
-void AppendAttribute(std::string* output, const char* name, const char* value, size_t length);
+void AppendAttribute(TextSink* output, std::string_view name, const char* value, size_t length);
 
 }  // namespace propmap::xml

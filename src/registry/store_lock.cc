@@ -13,20 +13,25 @@ struct HeldLock {
   LockMode mode;
 };
 constexpr size_t kMaxHeld = 16;
-thread_local HeldLock t_held[kMaxHeld];
-thread_local size_t t_held_count = 0;
+// One thread-local object, so that a lock or an unlock looks up the thread's
+// storage once (each lookup is a call in a loaded module).
+struct HeldLocks {
+  HeldLock locks[kMaxHeld];
+  size_t count = 0;
+};
+thread_local HeldLocks t_held;
 
-const HeldLock* FindHeld(const PropertiesMap* store) {
-  for (size_t i = 0; i < t_held_count; ++i) {
-    if (t_held[i].store == store) return &t_held[i];
+const HeldLock* FindHeld(const HeldLocks& held, const PropertiesMap* store) {
+  for (size_t i = 0; i < held.count; ++i) {
+    if (held.locks[i].store == store) return &held.locks[i];
   }
   return nullptr;
 }
 
-void ForgetHeld(const PropertiesMap* store) {
-  for (size_t i = t_held_count; i-- > 0;) {
-    if (t_held[i].store == store) {
-      t_held[i] = t_held[--t_held_count];
+void ForgetHeld(HeldLocks& held, const PropertiesMap* store) {
+  for (size_t i = held.count; i-- > 0;) {
+    if (held.locks[i].store == store) {
+      held.locks[i] = held.locks[--held.count];
       return;
     }
   }
@@ -36,12 +41,13 @@ void ForgetHeld(const PropertiesMap* store) {
 
 StoreLock::StoreLock(PropertiesMap* store, LockMode mode) {
   if (mode == LockMode::kNone || store->config.locking == 0 || store->lock_created == 0) return;
-  if (const HeldLock* held = FindHeld(store); held != nullptr) {
+  HeldLocks& held_locks = t_held;
+  if (const HeldLock* held = FindHeld(held_locks, store); held != nullptr) {
     const bool reenter_shared = held->mode == LockMode::kShared && mode == LockMode::kShared;
     if (!reenter_shared) status_ = ResultFromErrno(EDEADLK);
     return;
   }
-  if (t_held_count == kMaxHeld) {
+  if (held_locks.count == kMaxHeld) {
     status_ = ResultFromErrno(EAGAIN);
     return;
   }
@@ -51,13 +57,13 @@ StoreLock::StoreLock(PropertiesMap* store, LockMode mode) {
     status_ = ResultFromErrno(static_cast<uint32_t>(rc));
     return;
   }
-  t_held[t_held_count++] = {store, mode};
+  held_locks.locks[held_locks.count++] = {store, mode};
   held_ = store;
 }
 
 StoreLock::~StoreLock() {
   if (held_ == nullptr) return;
-  ForgetHeld(held_);
+  ForgetHeld(t_held, held_);
   pthread_rwlock_unlock(&held_->lock);
 }
 

@@ -1,7 +1,8 @@
-// Number texts: printf-style formatting into a fixed 256-byte work buffer.
+// Number texts: the bytes of "%llu", "%lli" and "%lf" in a fixed 256-byte
+// work buffer, without going through printf's format parsing.
 //
-// A NumberText lives on the caller's stack and owns its zero-filled buffer;
-// nothing is allocated. The buffer is guarded: a text longer than 255
+// A NumberText lives on the caller's stack and owns its buffer; nothing is
+// allocated. The buffer is guarded: a text longer than 255
 // characters (which only a double of magnitude 1e248 and above can produce
 // with "%lf", 1e247 when negative) stops the process instead of being cut.
 //
@@ -17,7 +18,14 @@ class NumberText {
  public:
   static constexpr size_t kCapacity = 256;
 
-  [[gnu::format(printf, 2, 3)]] explicit NumberText(const char* format, ...);
+  struct Unsigned {};
+  struct Signed {};
+  struct Fixed6 {};
+
+  // The text of "%llu", "%lli" and "%lf" of `value`.
+  NumberText(Unsigned, uint64_t value);
+  NumberText(Signed, int64_t value);
+  NumberText(Fixed6, double value);
   NumberText(const NumberText&) = delete;
   NumberText& operator=(const NumberText&) = delete;
 
@@ -27,7 +35,7 @@ class NumberText {
   uint32_t length() const { return length_; }
 
  private:
-  char buffer_[kCapacity] = {};
+  char buffer_[kCapacity];
   uint32_t length_ = 0;
 };
 

@@ -16,8 +16,8 @@
 #pragma once
 
 #include <atomic>
-#include <boost/unordered_map.hpp>
-#include <boost/unordered_set.hpp>
+#include <boost/unordered/unordered_flat_map.hpp>
+#include <boost/unordered/unordered_flat_set.hpp>
 #include <cstddef>
 #include <cstdint>
 
@@ -78,8 +78,11 @@ struct ValueEntryEqual {
   bool operator()(const ValueEntry* a, const NameKey& b) const { return (*this)(b, a); }
 };
 
-using KeyIndex = boost::unordered_map<NameKey, KeyNode*, NameKeyHash, NameKeyEqual>;
-using ValueIndex = boost::unordered_set<ValueEntry*, ValueEntryHash, ValueEntryEqual>;
+// Open addressing: a probe reads one group of slot fingerprints and then the
+// matching element, where node-based buckets chase a pointer per element. An
+// empty index allocates nothing, so leaf keys carry only its header.
+using KeyIndex = boost::unordered_flat_map<NameKey, KeyNode*, NameKeyHash, NameKeyEqual>;
+using ValueIndex = boost::unordered_flat_set<ValueEntry*, ValueEntryHash, ValueEntryEqual>;
 
 // The sub-key last reached by index, so that enumerating 0, 1, 2, ... costs one
 // step per call. Readers share it under the shared store lock: whoever holds

@@ -91,8 +91,6 @@ void ConstructKey(KeyNode* storage, iObj* host, const char* name, size_t length)
   key->host = host;
   InitListHead(&key->keys);
   InitListHead(&key->values);
-  key->key_index.max_load_factor(1.0f);
-  key->value_index.max_load_factor(1.0f);
   // A name that cannot be copied leaves the key unnamed; construction never fails.
   (void)CopyName(host, &key->name, &key->name_length, name, length);
 }

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "tree/tree.h"
+#include "values/value_base.h"
 
 namespace propmap {
 namespace {
@@ -166,14 +167,14 @@ ValueEntry* FindValueEntry(KeyNode* key, const char* name, size_t length) {
 namespace {
 
 // A narrow string whose whole content is "![CDATA[" stands for the value
-// "noname" of the same-named sub-key.
+// "noname" of the same-named sub-key. Every tSTRING value is the module's own
+// string class, whose text is compared in place: measuring a long string
+// first would make every lookup of it pay for its length.
 bool IsRedirectMarker(const iValue* value) {
   static constexpr char kMarker[] = "![CDATA[";
   if (value->GetTypeId() != tSTRING) return false;
-  char buffer[sizeof(kMarker)];
-  uint32_t count = 0;
-  if (Failed(value->GetData(buffer, sizeof(buffer), &count)) || count != sizeof(kMarker)) return false;
-  return std::memcmp(buffer, kMarker, sizeof(kMarker)) == 0;
+  const char* text = static_cast<const Value_Base<char*>*>(value)->chars();
+  return text != nullptr && std::strcmp(text, kMarker) == 0;
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "values/text_rules.h"
 
 #include <cctype>
+#include <charconv>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -8,6 +9,48 @@
 
 namespace propmap {
 namespace {
+
+// Most stored numbers are plain digits. Up to 19 of them cannot overflow 64
+// bits, and for such a text strtoul, strtoull and strtol all give exactly
+// this value, so the C library's conversion (and its locale and base
+// handling) is needed only for everything else.
+constexpr size_t kPlainDigitsMax = 19;
+
+bool PlainDecimal(const char* text, uint64_t* out) {
+  uint64_t value = 0;
+  size_t count = 0;
+  for (; text[count] >= '0' && text[count] <= '9'; ++count) {
+    if (count == kPlainDigitsMax) return false;
+    value = value * 10 + static_cast<uint64_t>(text[count] - '0');
+  }
+  if (count == 0 || text[count] != '\0') return false;
+  *out = value;
+  return true;
+}
+
+// A plain "-?digits[.digits]" text: from_chars rounds it exactly as strtod,
+// which is what "%lf" scans with. Anything else goes through sscanf.
+bool PlainDouble(const char* text, double* out) {
+  const char* p = text + (*text == '-' ? 1 : 0);
+  const char* digits = p;
+  while (*p >= '0' && *p <= '9') ++p;
+  if (p == digits) return false;
+  if (*p == '.') {
+    const char* fraction = ++p;
+    while (*p >= '0' && *p <= '9') ++p;
+    if (p == fraction) return false;
+  }
+  if (*p != '\0') return false;
+  return std::from_chars(text, p, *out).ec == std::errc();
+}
+
+// 0..15 for a hexadecimal digit of either case, -1 otherwise.
+constexpr int HexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
 
 // The shared steps of the unsigned and signed rules; `convert` is strtoul,
 // strtoull or strtol and `overflowed` tells whether a base-16 result is one
@@ -29,6 +72,11 @@ tERROR ParseWholeText(const char* text, Convert convert, Overflowed overflowed, 
 
 tERROR ParseUnsignedText(const char* text, uint64_t maximum, uint64_t* out) {
   unsigned long value = 0;
+  if (text != nullptr && PlainDecimal(text, &value)) {
+    if (value > maximum) return ErrBadParameter;
+    *out = value;
+    return ResultOk;
+  }
   tERROR err = ParseWholeText<unsigned long>(
       text, [](const char* t, char** e, int base) { return std::strtoul(t, e, base); },
       [](unsigned long v) { return v == ULONG_MAX; }, &value);
@@ -39,6 +87,7 @@ tERROR ParseUnsignedText(const char* text, uint64_t maximum, uint64_t* out) {
 }
 
 tERROR ParseUnsignedLongLongText(const char* text, uint64_t* out) {
+  if (text != nullptr && PlainDecimal(text, out)) return ResultOk;
   unsigned long long value = 0;
   tERROR err = ParseWholeText<unsigned long long>(
       text, [](const char* t, char** e, int base) { return std::strtoull(t, e, base); },
@@ -48,6 +97,11 @@ tERROR ParseUnsignedLongLongText(const char* text, uint64_t* out) {
 }
 
 tERROR ParseSignedText(const char* text, int64_t maximum, int64_t* out) {
+  if (uint64_t plain = 0; text != nullptr && PlainDecimal(text, &plain) && plain <= uint64_t{LONG_MAX}) {
+    if (static_cast<int64_t>(plain) > maximum) return ErrBadParameter;
+    *out = static_cast<int64_t>(plain);
+    return ResultOk;
+  }
   long value = 0;
   tERROR err = ParseWholeText<long>(
       text, [](const char* t, char** e, int base) { return std::strtol(t, e, base); },
@@ -61,6 +115,10 @@ tERROR ParseSignedText(const char* text, int64_t maximum, int64_t* out) {
 tERROR ParseDoubleText(const char* text, double* inout) {
   if (text == nullptr) return ErrBadParameter;
   double value = 0;
+  if (PlainDouble(text, &value)) {
+    *inout = value;
+    return ResultOk;
+  }
   const int converted = std::sscanf(text, "%lf", &value);
   if (converted == EOF) return ErrBadParameter;
   if (converted == 1) *inout = value;
@@ -92,11 +150,18 @@ tERROR ParseBooleanText(const char* text, uint32_t* out) {
 }
 
 bool DecodeHexPairs(const char* text, uint32_t count, unsigned char* out) {
+  // What the "0x" + pair rule accepts: two hexadecimal digits, or one right
+  // before the text's end.
   for (uint32_t i = 0; i < count; ++i) {
-    const char pair[] = {'0', 'x', text[2 * i], text[2 * i + 1], '\0'};
-    uint64_t byte = 0;
-    if (Failed(ParseUnsignedText(pair, 0xFF, &byte))) return false;
-    out[i] = static_cast<unsigned char>(byte);
+    const int high = HexDigit(text[2 * i]);
+    if (high < 0) return false;
+    if (text[2 * i + 1] == '\0') {
+      out[i] = static_cast<unsigned char>(high);
+      continue;
+    }
+    const int low = HexDigit(text[2 * i + 1]);
+    if (low < 0) return false;
+    out[i] = static_cast<unsigned char>(high * 16 + low);
   }
   return true;
 }

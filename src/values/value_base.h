@@ -98,6 +98,9 @@ class Value_Base<char*> : public iValue {
   // Copies `size` bytes and a NUL; ValueUnchanged when equal to a stored string.
   [[nodiscard]] tERROR SetData(const void* buffer, uint32_t size) override;
 
+  // The stored string, null when unset; for comparisons that need not measure it.
+  [[nodiscard]] const char* chars() const { return data_; }
+
  protected:
   char* data_ = nullptr;  // owned, from owner_; null until the first set
   iObj* owner_;

@@ -14,24 +14,20 @@ namespace {
 template <typename T>
 constexpr bool kHasNoText = std::is_void_v<T> || std::is_same_v<T, void (*)()>;
 
-// The printf form of each number kind; integers are widened first so that
-// every argument matches its conversion exactly.
+// The printf form of each number kind ("%llu", "%lf", "%lu", "%li", "%u",
+// "%i" of the widened value), produced without printf's format parsing.
 template <typename T>
 NumberText FormatNumber(const typename NativeStorage<T>::type& value) {
   if constexpr (std::is_same_v<T, unsigned char[8]>) {
     unsigned long long number = 0;
     std::memcpy(&number, value, sizeof number);
-    return NumberText("%llu", number);
+    return NumberText(NumberText::Unsigned{}, number);
   } else if constexpr (std::is_same_v<T, double>) {
-    return NumberText("%lf", value);
-  } else if constexpr (std::is_same_v<T, unsigned long>) {
-    return NumberText("%lu", value);
-  } else if constexpr (std::is_same_v<T, long>) {
-    return NumberText("%li", value);
+    return NumberText(NumberText::Fixed6{}, value);
   } else if constexpr (std::is_unsigned_v<T>) {
-    return NumberText("%u", static_cast<unsigned>(value));
+    return NumberText(NumberText::Unsigned{}, value);
   } else {
-    return NumberText("%i", static_cast<int>(value));
+    return NumberText(NumberText::Signed{}, value);
   }
 }
 

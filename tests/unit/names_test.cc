@@ -7,21 +7,37 @@
 namespace propmap {
 namespace {
 
-TEST(HashNameTest, KnownAnswers) {
-  // Computed independently from the mixing steps, seed 0.
-  const std::pair<std::string, uint64_t> vectors[] = {
-      {"", 0},
-      {"a", 0x9d06c4d863a40d2bULL},
-      {"Software", 0xae5259a9c13f9992ULL},
-      {"SOFTWARE", 0xae5259a9c13f9992ULL},
-      {"key\\sub", 0xad3ebc63ce93b5f4ULL},
-      {"\xc4", 0xef57f1765ab68ebfULL},
-      {"\xe4", 0x6b2e3e38ad68b583ULL},
-      {"\x80\xff", 0xb0fdac4ed816174eULL},
-      {"noname3", 0x3af34ffc5236d8d6ULL},
+// Hash and comparison fold a word at a time: every byte position of the full
+// words and of the tail must fold 'A'..'Z' and nothing else.
+TEST(HashNameTest, FoldsEveryPositionLikeNamesEqual) {
+  const std::string base = "abcdefghijklmnopq";  // two words and a 1-byte tail
+  for (size_t length : {size_t{1}, size_t{7}, size_t{8}, size_t{9}, base.size()}) {
+    for (size_t at = 0; at < length; ++at) {
+      for (int byte = 0; byte < 256; ++byte) {
+        std::string name = base.substr(0, length);
+        name[at] = static_cast<char>(byte);
+        std::string folded = name;
+        if (byte >= 'A' && byte <= 'Z') folded[at] = static_cast<char>(byte + 32);
+        ASSERT_EQ(HashName(name), HashName(folded)) << length << " " << at << " " << byte;
+        ASSERT_TRUE(NamesEqual(name.data(), length, folded.data(), length)) << length << " " << at << " " << byte;
+      }
+    }
+  }
+}
+
+TEST(HashNameTest, DistinctNamesInTable) {
+  const std::pair<std::string, std::string> distinct[] = {
+      {"\xc4", "\xe4"},  // no folding above 0x7f
+      {"a", std::string("a\0", 2)},  // zero padding of the tail
+      {"abcdefgh", "abcdefgi"},
+      {"abcdefgh1", "abcdefgh2"},
+      {"[", "{"},  // neighbours of 'Z' and 'z' stay apart
+      {"@", "`"},
   };
-  for (const auto& [name, hash] : vectors) {
-    EXPECT_EQ(HashName(name), hash) << name;
+  EXPECT_EQ(HashName(""), 0u);  // lookups probe the empty name with hash 0
+  for (const auto& [a, b] : distinct) {
+    EXPECT_NE(HashName(a), HashName(b)) << a << " / " << b;
+    EXPECT_FALSE(NamesEqual(a.data(), a.size(), b.data(), b.size())) << a << " / " << b;
   }
 }
 

@@ -1,9 +1,10 @@
 // Host allocation N fails, once and then persistently, for N = 1, 2, ...
 // until a scripted workload runs without meeting the fault. The workloads
 // together call all 23 operations after a load from a file, and end with a
-// Flush. The step that meets the fault must return one of its documented
-// codes and, unless it is a copy, leave the tree as it was; the workload stops
-// there, the store is destroyed and its heap must balance.
+// Flush. The step that meets the fault must return ErrNoMemory and leave the
+// tree as it was (copies leave a prefix, a create keeps the keys made for
+// earlier components, so those may also succeed); the workload stops there,
+// the store is destroyed and its heap must balance.
 #include <functional>
 #include <string>
 #include <vector>
@@ -17,15 +18,17 @@ namespace {
 
 struct Step {
   const char* what;
-  std::function<tERROR(const Registry& r, Store& other)> call;
-  // A failure leaves the tree as it was; copies leave a prefix of the copy,
-  // and a create keeps the keys it made for earlier components of the path.
+  std::function<tERROR(Store& s, Store& other)> call;
   bool keeps_tree = true;
 };
-struct Workload {
-  const char* name;
-  std::vector<Step> steps;
-};
+#define FN(...) \
+  [](Store & s, [[maybe_unused]] Store & o) -> tERROR { \
+    [[maybe_unused]] const Registry r = s.registry(); \
+    [[maybe_unused]] char b[64]; \
+    [[maybe_unused]] uint32_t n = 0, t = tSTRING; \
+    __VA_ARGS__; \
+  }
+#define STEP(what, ...) {what, FN(__VA_ARGS__)}
 
 hKey Open(const Registry& r, const char* path) {
   hKey key = kInvalidKey;
@@ -41,6 +44,24 @@ tERROR Read(const Registry& r, const char* key, const char* name, TypeId type) {
   uint32_t size = 0;
   return r.GetValue(&size, Open(r, key), name, &type, buffer, sizeof buffer);
 }
+// Reads into a string object twice; a failed read leaves the caller's
+// characters as they were; the characters come from the store's heap.
+tERROR ReadObjects(Store& s) {
+  StringObject object{nullptr, 0};
+  uint32_t size = 0, type = tSTRING_OBJ;
+  tERROR code = s.registry().GetValue(&size, Open(s.registry(), "App/Window"), "Title", &type, &object, 0);
+  if (Succeeded(code)) {
+    const wchar_t* first = object.chars;
+    code = s.registry().GetValue(&size, Open(s.registry(), "App/Window"), "Width", &type, &object, 0);
+    if (Failed(code)) {
+      EXPECT_TRUE(object.chars == first && std::wstring(object.chars, object.count) == L"second");
+    }
+  }
+  if (object.chars != nullptr) {
+    EXPECT_EQ(Rc{s.heap().Release(object.chars)}, Rc{kOk});
+  }
+  return code;
+}
 
 const char kProfile[] =
     "<propertiesmap>\n"
@@ -50,65 +71,63 @@ const char kProfile[] =
     " <key name=\"Old\"/>\n"
     "</propertiesmap>\n";
 
-const Workload kWorkloads[] = {
+const std::pair<const char*, std::vector<Step>> kWorkloads[] = {
     {"keys",
      {
-         {"OpenKey create", [](const Registry& r, Store&) { return r.OpenKey(nullptr, 0, "New/Deep\\Leaf", 1); }, false},
-         {"OpenKey mixed case", [](const Registry& r, Store&) { return r.OpenKey(nullptr, 0, "app/WINDOW", 0); }},
-         {"OpenKeyByIndex", [](const Registry& r, Store&) { hKey k; return r.OpenKeyByIndex(&k, 0, 1); }},
-         {"OpenNextKey", [](const Registry& r, Store&) { hKey k; return r.OpenNextKey(&k, Open(r, "App")); }},
-         {"CloseKey", [](const Registry& r, Store&) { return r.CloseKey(Open(r, "App")); }},
-         {"GetKeyName", [](const Registry& r, Store&) {
-            char b[64]; uint32_t n; return r.GetKeyName(&n, Open(r, "App/Window"), b, sizeof b, 1); }},
-         {"GetKeyNameByIndex", [](const Registry& r, Store&) {
-            char b[64]; uint32_t n; return r.GetKeyNameByIndex(&n, Open(r, "App"), 0, b, sizeof b, 1); }},
-         {"GetKeyCount", [](const Registry& r, Store&) { uint32_t n; return r.GetKeyCount(&n, 0); }},
-         {"SetRootStr", [](const Registry& r, Store&) { return r.SetRootStr("App/Window"); }},
-         {"GetValueCount", [](const Registry& r, Store&) { uint32_t n; return r.GetValueCount(&n, 0); }},
-         {"SetRootKey", [](const Registry& r, Store&) { return r.SetRootKey(0); }},
-         {"SetRootStr top", [](const Registry& r, Store&) { return r.SetRootStr(""); }},
-         {"DeleteKey", [](const Registry& r, Store&) { return r.DeleteKey(0, "new\\DEEP"); }},
-         {"DeleteKeyByInd", [](const Registry& r, Store&) { return r.DeleteKeyByInd(0, 1); }},
-         {"Flush", [](const Registry& r, Store&) { return r.Flush(0); }},
+         {"OpenKey create", FN(return r.OpenKey(nullptr, 0, "New/Deep\\Leaf", 1)), false},
+         STEP("OpenKey mixed case", return r.OpenKey(nullptr, 0, "app/WINDOW", 0)),
+         STEP("OpenKeyByIndex", hKey k; return r.OpenKeyByIndex(&k, 0, 1)),
+         STEP("OpenNextKey", hKey k; return r.OpenNextKey(&k, Open(r, "App"))),
+         STEP("CloseKey", return r.CloseKey(Open(r, "App"))),
+         STEP("GetKeyName", return r.GetKeyName(&n, Open(r, "App/Window"), b, sizeof b, 1)),
+         STEP("GetKeyNameByIndex", return r.GetKeyNameByIndex(&n, Open(r, "App"), 0, b, sizeof b, 1)),
+         STEP("GetKeyCount", return r.GetKeyCount(&n, 0)),
+         STEP("SetRootStr", return r.SetRootStr("App/Window")),
+         STEP("GetValueCount", return r.GetValueCount(&n, 0)),
+         STEP("SetRootKey", return r.SetRootKey(0)),
+         STEP("SetRootStr top", return r.SetRootStr("")),
+         STEP("DeleteKey", return r.DeleteKey(0, "new\\DEEP")),
+         STEP("DeleteKeyByInd", return r.DeleteKeyByInd(0, 1)),
+         STEP("Flush", return r.Flush(0)),
      }},
     {"values",
      {
-         {"SetValue new", [](const Registry& r, Store&) { return Text(r, "App", "Name", "propmap"); }},
-         {"SetValue same type", [](const Registry& r, Store&) { return Text(r, "App/Window", "Title", "second"); }},
-         {"SetValue converted", [](const Registry& r, Store&) { return Text(r, "App/Window", "Width", "800"); }},
-         {"SetValue wide", [](const Registry& r, Store&) { return Text(r, "App/Window", "Wide", "wide text"); }},
-         {"GetValue as text", [](const Registry& r, Store&) { return Read(r, "App/Window", "Width", tSTRING); }},
-         {"GetValue as wide", [](const Registry& r, Store&) { return Read(r, "App/Recent", "Stamp", tWSTRING); }},
-         {"GetValue as qword", [](const Registry& r, Store&) { return Read(r, "App/Window", "Width", tQWORD); }},
-         {"GetValueByIndex", [](const Registry& r, Store&) {
-            char b[64]; uint32_t n, t = tSTRING; return r.GetValueByIndex(&n, Open(r, "App/Recent"), 1, &t, b, 64); }},
-         {"GetValueNameByIndex", [](const Registry& r, Store&) {
-            char b[64]; uint32_t n; return r.GetValueNameByIndex(&n, Open(r, "App/Window"), 0, b, sizeof b); }},
-         {"SetValueByIndex converted", [](const Registry& r, Store&) {
-            return r.SetValueByIndex(Open(r, "App/Recent"), 0, tSTRING, "99", 3, 0); }},
-         {"SetValueByIndex new", [](const Registry& r, Store&) {
-            const uint32_t v = 5; return r.SetValueByIndex(Open(r, "App/Recent"), 2, tDWORD, &v, 4, 1); }},
-         {"DeleteValue", [](const Registry& r, Store&) { return r.DeleteValue(Open(r, "App/Window"), "BLOB"); }},
-         {"DeleteValueByInd", [](const Registry& r, Store&) { return r.DeleteValueByInd(Open(r, "App/Recent"), 0); }},
-         {"Flush", [](const Registry& r, Store&) { return r.Flush(0); }},
+         STEP("SetValue new", return Text(r, "App", "Name", "propmap")),
+         STEP("SetValue same type", return Text(r, "App/Window", "Title", "second")),
+         STEP("SetValue converted", return Text(r, "App/Window", "Width", "800")),
+         STEP("SetValue wide", return Text(r, "App/Window", "Wide", "wide text")),
+         STEP("SetValue binary from text", return Text(r, "App/Window", "Blob", "0A0B")),
+         STEP("SetValue string from dword", const uint32_t v = 42; return r.SetValue(Open(r, "App"), "Name", tDWORD, &v, 4, 0)),
+         STEP("SetValue string object", wchar_t c[] = L"0x20"; const StringObject so{c, 4};
+              return r.SetValue(Open(r, "App/Window"), "Width", tSTRING_OBJ, &so, 0, 0)),
+         STEP("GetValue string objects", return ReadObjects(s)),
+         STEP("GetValue as text", return Read(r, "App/Window", "Width", tSTRING)),
+         STEP("GetValue as wide", return Read(r, "App/Recent", "Stamp", tWSTRING)),
+         STEP("GetValue text as wide", return Read(r, "App/Window", "Title", tWSTRING)),
+         STEP("GetValue as qword", return Read(r, "App/Window", "Width", tQWORD)),
+         STEP("GetValueByIndex", return r.GetValueByIndex(&n, Open(r, "App/Recent"), 1, &t, b, 64)),
+         STEP("GetValueNameByIndex", return r.GetValueNameByIndex(&n, Open(r, "App/Window"), 0, b, sizeof b)),
+         STEP("SetValueByIndex converted", return r.SetValueByIndex(Open(r, "App/Recent"), 0, tSTRING, "99", 3, 0)),
+         STEP("SetValueByIndex new", const uint32_t v = 5; return r.SetValueByIndex(Open(r, "App/Recent"), 2, tDWORD, &v, 4, 1)),
+         STEP("DeleteValue", return r.DeleteValue(Open(r, "App/Window"), "BLOB")),
+         STEP("DeleteValueByInd", return r.DeleteValueByInd(Open(r, "App/Recent"), 0)),
+         STEP("Flush", return r.Flush(0)),
      }},
     {"copies and clean",
      {
-         {"CopyKey to another store", [](const Registry& r, Store& o) { return r.CopyKey(Open(r, "App"), o.object(), 0); }, false},
-         {"CopyKey within", [](const Registry& r, Store&) { return r.CopyKey(Open(r, "App"), r.object(), Open(r, "Old")); }, false},
-         {"CopyKeyByName", [](const Registry& r, Store& o) { return r.CopyKeyByName("App/Recent", o.object()); }, false},
-         {"Flush", [](const Registry& r, Store&) { return r.Flush(0); }},
-         {"Clean", [](const Registry& r, Store&) { return r.Clean(); }},
-         {"Flush empty", [](const Registry& r, Store&) { return r.Flush(0); }},
+         {"CopyKey to another store", FN(return r.CopyKey(Open(r, "App"), o.object(), 0)), false},
+         {"CopyKey within", FN(return r.CopyKey(Open(r, "App"), r.object(), Open(r, "Old"))), false},
+         {"CopyKeyByName", FN(return r.CopyKeyByName("App/Recent", o.object())), false},
+         STEP("Flush", return r.Flush(0)),
+         STEP("Clean", return r.Clean()),
+         STEP("Flush empty", return r.Flush(0)),
      }},
 };
 
-class HeapSweepTest : public HostTest {};
-
-// Runs `workload` on a fresh store loaded from `profile` with allocation `n`
+// Runs `steps` on a fresh store loaded from `profile` with allocation `n`
 // failing (0: never). The test's own dumps are not counted. Returns whether
 // the fault was met.
-bool RunOnce(std::shared_ptr<Module> module, const std::string& profile, const Workload& workload, uint64_t n,
+bool RunOnce(std::shared_ptr<Module> module, const std::string& profile, const std::vector<Step>& steps, uint64_t n,
              bool persistent, std::vector<std::string>* final_dump) {
   std::shared_ptr<StoreHeap> heap;
   bool met = false;
@@ -125,55 +144,57 @@ bool RunOnce(std::shared_ptr<Module> module, const std::string& profile, const W
     met = heap->failures() > 0;
     // A name that cannot be copied leaves its key nameless, and loading goes on.
     EXPECT_TRUE(loaded == kOk || (met && loaded == kErrNoMemory)) << "load: " << FormatResult(loaded);
-    const Registry r = s->registry();
-    for (const Step& step : workload.steps) {
+    for (const Step& step : steps) {
       if (met) break;
       SCOPED_TRACE(step.what);
       heap->ClearFault();
-      const std::vector<std::string> before = Dump(r);
+      const std::vector<std::string> before = Dump(s->registry());
       arm();
       const uint64_t failures = heap->failures();
-      const tERROR code = step.call(r, *other);
+      const tERROR code = step.call(*s, *other);
       met = heap->failures() > failures;
       heap->ClearFault();
       if (!met) {
         EXPECT_TRUE(Succeeded(code)) << FormatResult(code);
-      } else if (Failed(code)) {
+      } else if (step.keeps_tree || Failed(code)) {
         EXPECT_EQ(Rc{code}, Rc{kErrNoMemory});
-        if (step.keeps_tree) { EXPECT_EQ(Dump(r), before); }
+        if (step.keeps_tree) {
+          EXPECT_EQ(Dump(s->registry()), before);
+        }
       }
     }
     heap->ClearFault();
-    if (!met && final_dump != nullptr) *final_dump = Dump(r);
+    if (!met && final_dump != nullptr) *final_dump = Dump(s->registry());
   }
   EXPECT_EQ(heap->leftover_blocks(), 0u) << heap->live_bytes() << " bytes left";
   return met;
 }
 
+using HeapSweepTest = HostTest;
+
 TEST_F(HeapSweepTest, EveryAllocationOfEveryOperationFails) {
   uint64_t swept = 0;
-  for (const Workload& workload : kWorkloads) {
+  for (const auto& [name, steps] : kWorkloads) {
     TempDir dir;
     const std::string profile = dir.Join("profiles.xml");
     std::vector<std::string> reference, last;
     ASSERT_TRUE(WriteWholeFile(profile, kProfile));
-    ASSERT_FALSE(RunOnce(module(), profile, workload, 0, false, &reference));
+    ASSERT_FALSE(RunOnce(module(), profile, steps, 0, false, &reference));
     for (bool persistent : {false, true}) {
       uint64_t n = 1;
       for (;; ++n) {
-        SCOPED_TRACE(std::string(workload.name) + (persistent ? ": allocations from " : ": allocation ") +
-                     std::to_string(n));
+        SCOPED_TRACE(std::string(name) + (persistent ? ": allocations from " : ": allocation ") + std::to_string(n));
         ASSERT_TRUE(WriteWholeFile(profile, kProfile));
-        if (!RunOnce(module(), profile, workload, n, persistent, &last)) break;
+        if (!RunOnce(module(), profile, steps, n, persistent, &last)) break;
         ASSERT_LT(n, 5000u);
       }
-      EXPECT_EQ(last, reference) << workload.name << ": the run past every fault point";
+      EXPECT_EQ(last, reference) << name << ": the run past every fault point";
       swept += n - 1;
     }
   }
   RecordProperty("allocation_points", static_cast<int>(swept));
-  std::printf("heap sweep: %llu failing allocations over %zu workloads\n",
-              static_cast<unsigned long long>(swept), std::size(kWorkloads));
+  std::printf("heap sweep: %llu failing allocations over %zu workloads\n", static_cast<unsigned long long>(swept),
+              std::size(kWorkloads));
 }
 
 }  // namespace

@@ -4,12 +4,7 @@
 // show each conversion path once: text out with the NUL added, first-byte
 // and empty targets, kinds without a text form, refusals that keep the
 // stored value, and the asymmetries a round trip through text produces.
-//
-// Also the allocation-failure sweeps of these paths: every failed attempt
-// returns a code and leaves the store as it was; the fixture's teardown
-// checks that nothing leaked.
-#include <functional>
-
+// (Their allocation failures are swept in heap_sweep_test.cc.)
 #include "value_test_support.h"
 
 namespace prhost::testing {
@@ -81,73 +76,6 @@ TEST_F(ValueConversionTest, ReadsParseTheStoredTextAndWritesStoreTheCallersTextF
     EXPECT_EQ(after.type, c.stored_type) << c.label << ": the stored type never changes";
     EXPECT_EQ(after.bytes, c.expected) << c.label;
   }
-}
-
-// Fails the n-th allocation for n = 1, 2, ... until the operation runs
-// without an injected failure; each failed attempt must return kErrNoMemory
-// and leave every value as it was.
-void SweepAllocations(Store& s, const std::function<tERROR()>& operation) {
-  const std::vector<std::string> before = Listing(s.registry(), 0, true);
-  for (uint64_t n = 1;; ++n) {
-    SCOPED_TRACE("failing allocation " + std::to_string(n));
-    ASSERT_LT(n, 100u) << "the operation never completed";
-    const uint64_t failures = s.heap().failures();
-    s.heap().FailAt(n);
-    const tERROR code = operation();
-    s.heap().ClearFault();
-    if (s.heap().failures() == failures) {
-      EXPECT_EQ(Rc{code}, Rc{kOk});
-      EXPECT_GT(n, 1u) << "the operation allocates nothing";
-      return;
-    }
-    EXPECT_EQ(Rc{code}, Rc{kErrNoMemory});
-    EXPECT_EQ(Listing(s.registry(), 0, true), before);
-  }
-}
-
-TEST_F(ValueConversionTest, AllocationFailuresLeaveEverythingAsItWas) {
-  Store& s = OpenStore();
-  Registry r = s.registry();
-  Seed(r, {{"d", tDWORD, BytesOf(uint32_t{4711})}, {"s", tSTRING, Text("h\xC3\xA9")}, {"b", tBINARY, Bytes{0xAB}}});
-  // The caller's string object keeps its previous characters on failure.
-  StringObject object{nullptr, 0};
-  TypeId object_type = tSTRING_OBJ;
-  uint32_t size = 0;
-  ASSERT_EQ(Rc{r.GetValue(&size, 0, "s", &object_type, &object, 0)}, Rc{kOk});
-  const wchar_t* first = object.chars;
-  wchar_t chars[] = L"0x20";
-  const StringObject input{chars, 4};
-  auto read = [&](const char* name, TypeId type) { return [&r, name, type] { return ReadAs(r, 0, name, type).code; }; };
-  auto write = [&](const char* name, TypeId type, Bytes data) {
-    return [&r, name, type, data] { return Put(r, 0, name, type, data); };
-  };
-  // The operation, then what is read after it succeeded (name, type, bytes).
-  const std::tuple<std::function<tERROR()>, const char*, TypeId, Bytes> cases[] = {
-      {read("d", tSTRING), "d", tSTRING, Text("4711")},
-      {read("s", tWSTRING), "s", tWSTRING, Wide(U"h\u00e9")},
-      {write("d", tSTRING, Text("0x10")), "d", 0, BytesOf(uint32_t{16})},
-      {write("s", tDWORD, BytesOf(uint32_t{42})), "s", 0, Text("42")},
-      {write("b", tSTRING, Text("0A0B")), "b", 0, Bytes{0x0A, 0x0B}},
-      {write("n", tSTRING, Text("text")), "n", 0, Text("text")},
-      {[&] { return r.SetValue(0, "d", tSTRING_OBJ, &input, 0, 0); }, "d", 0, BytesOf(uint32_t{32})},
-      {[&] {
-         const tERROR code = r.GetValue(&size, 0, "d", &object_type, &object, 0);
-         if (code != kOk) {
-           EXPECT_EQ(object.chars, first);
-           EXPECT_EQ(std::wstring(object.chars, object.count), L"h\u00e9");
-         }
-         return code;
-       },
-       "d", tWSTRING, Wide(U"32")},
-  };
-  int row = 0;
-  for (const auto& [operation, name, type, expected] : cases) {
-    SCOPED_TRACE("row " + std::to_string(row++));
-    SweepAllocations(s, operation);
-    EXPECT_EQ(ReadAs(r, 0, name, type).bytes, expected);
-  }
-  EXPECT_EQ(std::wstring(object.chars, object.count), L"32");
-  EXPECT_EQ(Rc{s.heap().Release(object.chars)}, Rc{kOk});
 }
 
 }  // namespace

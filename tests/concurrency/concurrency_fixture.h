@@ -5,18 +5,18 @@
 // are joined before the test looks at anything; each thread keeps its first
 // few failure notes and the main thread reports them, so a broken invariant
 // gives a short, readable failure instead of thousands. Iteration counts,
-// never time, bound every thread.
+// never time, bound every thread; a watchdog aborts the process when they
+// are not all joined within 120 s, so that a deadlock fails fast under CTest.
 //
 // Thread-safety: OpenLockedStore and RunThreads are for the test's main
 // thread; a Notes object belongs to one worker thread.
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <mutex>
+#include <future>
 #include <latch>
 #include <memory>
 #include <string>
@@ -33,7 +33,6 @@ namespace prhost::testing {
 struct Notes {
   size_t failures = 0;
   std::string kept;  // the first few
-
   // Records `what` when `ok` is false; returns ok.
   bool Check(bool ok, const std::string& what) {
     if (!ok && ++failures <= 4) kept += "\n  " + what;
@@ -43,34 +42,6 @@ struct Notes {
 };
 
 using Threads = std::vector<std::pair<std::string, std::function<void(Notes&)>>>;
-
-// Aborts the process when the threads are not all joined within a limit far
-// beyond any healthy run, so that a deadlock fails fast under CTest.
-class Watchdog {
- public:
-  static constexpr std::chrono::seconds kLimit{120};
-  Watchdog()
-      : thread_([this] {
-          std::unique_lock lock(mu_);
-          if (!done_cv_.wait_for(lock, kLimit, [this] { return done_; })) {
-            std::fputs("watchdog: threads still running after 120 s (deadlock?)\n", stderr);
-            std::abort();
-          }
-        }) {}
-  ~Watchdog() {
-    {
-      std::lock_guard lock(mu_);
-      done_ = true;
-    }
-    done_cv_.notify_one();
-  }
-
- private:
-  std::mutex mu_;
-  std::condition_variable done_cv_;
-  bool done_ = false;  // Protected by mu_
-  std::jthread thread_;
-};
 
 class ConcurrencyTest : public HostTest {
  protected:
@@ -87,7 +58,13 @@ class ConcurrencyTest : public HostTest {
   void RunThreads(const Threads& bodies) {
     std::latch start(static_cast<std::ptrdiff_t>(bodies.size()));
     std::vector<Notes> notes(bodies.size());
-    Watchdog watchdog;
+    std::promise<void> joined;
+    std::jthread watchdog([done = joined.get_future()] {
+      if (done.wait_for(std::chrono::seconds(120)) == std::future_status::timeout) {
+        std::fputs("watchdog: threads still running after 120 s (deadlock?)\n", stderr);
+        std::abort();
+      }
+    });
     {
       std::vector<std::jthread> threads;
       for (size_t i = 0; i < bodies.size(); ++i) {
@@ -97,6 +74,7 @@ class ConcurrencyTest : public HostTest {
         });
       }
     }
+    joined.set_value();
     for (size_t i = 0; i < bodies.size(); ++i) {
       EXPECT_TRUE(notes[i].clean()) << bodies[i].first << ": " << notes[i].failures << " failed check(s)"
                                     << notes[i].kept;

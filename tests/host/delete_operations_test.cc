@@ -20,16 +20,16 @@ class DeleteOperationsTest : public HostTest {
     Seed(s.registry(), {{"x", tDWORD, BytesOf(3u)}}, s.client().OpenKey("a").value);
     return s;
   }
-  const Paths kAll = {"[v1]", "[V2]", "a", "a/[x]", "a/b", "a/b/c", "a/d", "e"};
+  const Paths kAll = {"|v1", "|V2", "a", "a|x", "a\\b", "a\\b\\c", "a\\d", "e"};
 };
 
 TEST_F(DeleteOperationsTest, DeleteKeyTakesEitherSeparatorAndRemovesTheSubtree) {
-  const Paths without_b = {"[v1]", "[V2]", "a", "a/[x]", "a/d", "e"};
+  const Paths without_b = {"|v1", "|V2", "a", "a|x", "a\\d", "e"};
   // The parent (null: the current root), the path, the code, what is left.
   const std::tuple<const char*, const char*, tERROR, Paths> cases[] = {
       {nullptr, "a/b", kOk, without_b},
       {nullptr, "a\\b", kOk, without_b},
-      {"a", "B\\c", kOk, {"[v1]", "[V2]", "a", "a/[x]", "a/b", "a/d", "e"}},
+      {"a", "B\\c", kOk, {"|v1", "|V2", "a", "a|x", "a\\b", "a\\d", "e"}},
       {nullptr, "a/zz", kErrNotFound, kAll},
       // Paths that name the starting key itself are refused.
       {nullptr, "", kErrBadParameter, kAll},
@@ -57,12 +57,12 @@ TEST_F(DeleteOperationsTest, ByIndexAndByNameRemovalsTraceTheirOwnFormats) {
   const std::string ok = ": ResultOk(0x00000000)", not_found = ": ErrNotFound(0x8000D002)";
   const std::tuple<std::function<tERROR()>, std::string, Paths> steps[] = {
       {[&] { return r.DeleteValue(0, "V1"); }, "DeleteValue V1" + ok,
-       {"[V2]", "a", "a/[x]", "a/b", "a/b/c", "a/d", "e"}},
+       {"|V2", "a", "a|x", "a\\b", "a\\b\\c", "a\\d", "e"}},
       {[&] { return r.DeleteValue(0, "v1"); }, "DeleteValue v1" + not_found, {}},
-      {[&] { return r.DeleteValueByInd(a, 0); }, "DeleteValueByInd 0" + ok, {"[V2]", "a", "a/b", "a/b/c", "a/d", "e"}},
+      {[&] { return r.DeleteValueByInd(a, 0); }, "DeleteValueByInd 0" + ok, {"|V2", "a", "a\\b", "a\\b\\c", "a\\d", "e"}},
       {[&] { return r.DeleteValueByInd(a, 0); }, "DeleteValueByInd 0" + not_found, {}},
-      {[&] { return r.DeleteKeyByInd(a, 0); }, "DeleteKeyByInd 0 " + ok, {"[V2]", "a", "a/d", "e"}},
-      {[&] { return r.DeleteKeyByInd(0, 1); }, "DeleteKeyByInd 1 " + ok, {"[V2]", "a", "a/d"}},
+      {[&] { return r.DeleteKeyByInd(a, 0); }, "DeleteKeyByInd 0 " + ok, {"|V2", "a", "a\\d", "e"}},
+      {[&] { return r.DeleteKeyByInd(0, 1); }, "DeleteKeyByInd 1 " + ok, {"|V2", "a", "a\\d"}},
       {[&] { return r.DeleteKeyByInd(0, 1); }, "DeleteKeyByInd 1 " + not_found, {}},
   };
   Paths left;
@@ -76,7 +76,7 @@ TEST_F(DeleteOperationsTest, ByIndexAndByNameRemovalsTraceTheirOwnFormats) {
 }
 
 TEST_F(DeleteOperationsTest, CleanEmptiesTheCurrentRootKeyOnly) {
-  const std::pair<const char*, Paths> cases[] = {{"", {}}, {"a", {"[v1]", "[V2]", "a", "e"}}, {"a/b/c", kAll}};
+  const std::pair<const char*, Paths> cases[] = {{"", {}}, {"a", {"|v1", "|V2", "a", "e"}}, {"a/b/c", kAll}};
   for (const auto& [root, left] : cases) {
     SCOPED_TRACE(std::string("root ") + root);
     Store& s = Sample();

@@ -15,8 +15,8 @@
 #include <utility>
 #include <vector>
 
-#include "client.h"
 #include "host_fixture.h"
+#include "key_test_support.h"
 
 namespace prhost::testing {
 
@@ -100,27 +100,11 @@ struct TraceMark {
   }
 };
 
-// Everything below `key` in store order: each key's values as "[name]" (with
-// "=type:hex" when `with_data`), then each sub-key as a '/'-joined path
-// followed by its own contents.
-inline std::vector<std::string> Listing(const Registry& r, hKey key = 0, bool with_data = false,
-                                        const std::string& prefix = "") {
-  const Client c(r);
-  std::vector<std::string> out;
-  for (const std::string& v : c.ValueNames(key).value) {
-    std::string entry = prefix + "[" + v + "]";
-    if (with_data) {
-      const ReadResult got = Stored(r, key, v.c_str());
-      entry += "=" + std::to_string(got.type) + ":";
-      for (uint8_t b : got.bytes) entry += "0123456789abcdef"[b >> 4], entry += "0123456789abcdef"[b & 15];
-    }
-    out.push_back(entry);
-  }
-  for (const std::string& k : c.SubkeyNames(key).value) {
-    out.push_back(prefix + k);
-    for (std::string& entry : Listing(r, c.OpenKey(k, false, key).value, with_data, prefix + k + "/")) {
-      out.push_back(std::move(entry));
-    }
+// Dump (key_test_support.h) with each value cut to "path|name" unless `with_data`.
+inline std::vector<std::string> Listing(const Registry& r, hKey key = 0, bool with_data = false) {
+  std::vector<std::string> out = Dump(r, key);
+  for (std::string& e : out) {
+    if (size_t bar = e.find('|'); bar != std::string::npos && !with_data) e.resize(e.find('|', bar + 1));
   }
   return out;
 }

@@ -194,6 +194,9 @@ TEST_F(ProfilePersistenceTest, LoadResults) {
   }
 }
 
+// A pending root point applies when a profile loads: found, it becomes the
+// root; missing, it is initialisation's result. Without a profile the root
+// stays at the top either way (the kept text is freed with the store).
 TEST_F(ProfilePersistenceTest, PendingRootPoint) {
   const std::string p = dir_.Join("profiles.xml");
   {
@@ -201,11 +204,20 @@ TEST_F(ProfilePersistenceTest, PendingRootPoint) {
     ASSERT_TRUE(Succeeded(s.client().OpenKey("Apps/Editor", true).code));
     ASSERT_EQ(Rc{s.registry().Flush(0)}, Rc{kOk});
   }
-  Store& found = OpenStore({.name = p, .root_point = "apps/editor"});
-  EXPECT_EQ(Rc{*found.init_result()}, Rc{kOk});
-  EXPECT_EQ(found.GetRootKeyProperty().value, found.client().OpenKey("").value);
-  Store& missing = OpenStore({.name = p, .root_point = "Apps/Viewer"});
-  EXPECT_EQ(Rc{*missing.init_result()}, Rc{kErrNotFound});
+  const struct {
+    std::optional<std::string> name;
+    const char* pending;
+    tERROR code;
+    const char* root;
+  } rows[] = {{p, "apps/editor", kOk, "Apps\\Editor"}, {p, "Apps/Viewer", kErrNotFound, ""}, {{}, "", kOk, ""},
+              {{}, "Missing\\Key", kOk, ""}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.pending);
+    Store& s = OpenStore({.name = row.name, .root_point = row.pending});
+    EXPECT_EQ(Rc{*s.init_result()}, Rc{row.code});
+    EXPECT_EQ(s.GetRootPoint().value, row.root);
+    EXPECT_EQ(s.GetRootKeyProperty().value, s.client().OpenKey("").value);
+  }
 }
 
 TEST_F(ProfilePersistenceTest, LargeProfileIsTracedAndLoadedWhole) {

@@ -117,23 +117,5 @@ TEST_F(RootOperationsTest, PendingRootPointNeedsTheHostsMemoryService) {
   CheckRows(s, {&row, 1});
 }
 
-// A pending root point that names no key is initialisation's result; the
-// root stays at the top either way (and the kept text is freed with the store).
-TEST_F(RootOperationsTest, InitialisationTakesThePendingRootPoint) {
-  const struct {
-    const char* pending;
-    tERROR code;
-  } cases[] = {{"", kOk}, {"Missing\\Key", kOk}};  // only a loaded profile file applies it
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.pending);
-    Store& s = OpenStore({.root_point = c.pending, .init = false});
-    ASSERT_EQ(Rc{s.InitDone()}, Rc{c.code});
-    EXPECT_EQ(s.GetRootPoint().value, "");
-    Result<hKey> root = s.GetRootKeyProperty();
-    EXPECT_EQ(Rc{root.code}, Rc{kOk});
-    EXPECT_EQ(root.value, KeyAt(s, ""));
-  }
-}
-
 }  // namespace
 }  // namespace prhost::testing

@@ -153,12 +153,14 @@ TEST_F(ModuleFrameTest, WithoutATraceServiceOperationsWorkAndNothingIsWritten) {
 }
 
 // Construction installs the module's own table, whose entries answer
-// ErrNotImplemented but for a fixed set that answers 0; destruction puts the
-// host's table back, whether or not the host services were installed.
+// ErrNotImplemented but for a fixed set that answers 0; destruction releases
+// what the store holds and puts the host's table back, whether or not the
+// host services were installed.
 TEST_F(ModuleFrameTest, PlaceholderTableFromConstructionToDestruction) {
   const std::set<uint32_t> answering_zero = {1, 2, 3, 4, 5, 13, 14, 15, 27, 62, 63, 68, 80};
   for (bool install : {false, true}) {
     Store& s = NewStore();
+    EXPECT_EQ(s.size(), module()->registration().object_size);
     EXPECT_EQ(s.obj_table(), nullptr) << "memory starts zero-filled";
     ASSERT_EQ(Rc{s.Construct()}, Rc{kOk});
     void* const* placeholder = s.placeholder_table();
@@ -171,7 +173,13 @@ TEST_F(ModuleFrameTest, PlaceholderTableFromConstructionToDestruction) {
       const tERROR want = answering_zero.count(e) != 0 ? 0 : Code(0x800000C2);
       EXPECT_EQ(Rc{reinterpret_cast<ObjEntryFn>(placeholder[e])(s.obj_self())}, Rc{want}) << "entry " << e;
     }
-    if (install) s.InstallHostServices();
+    if (install) {  // the host's table and heap account; a pending root path held in the store's heap
+      s.InstallHostServices();
+      EXPECT_EQ(s.obj_table(), module()->host().obj_table());
+      EXPECT_EQ(StoreHeap::FromSelf(s.obj_self()), &s.heap());
+      EXPECT_EQ(Rc{s.SetRootPoint("Software\\Example")}, Rc{kOk});
+      EXPECT_FALSE(s.heap().balanced());
+    }
     EXPECT_EQ(Rc{s.Destroy()}, Rc{kOk});
     EXPECT_EQ(s.obj_table(), module()->host().obj_table());
     EXPECT_EQ(s.host_word(), install ? reinterpret_cast<uintptr_t>(&s.heap()) : 0u);

@@ -5,13 +5,13 @@
 #pragma once
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "temp_dir.h"
@@ -92,23 +92,9 @@ inline Outcome Run(const std::string& dir, const std::vector<std::string>& args,
   const pid_t pid = Spawn(dir, args, &out_fd, &err_fd, options);
   Outcome o;
   // Both pipes at once: a child blocked on a full one would never finish.
-  pollfd fds[2] = {{out_fd, POLLIN, 0}, {err_fd, POLLIN, 0}};
-  std::string* sinks[2] = {&o.out, &o.err};
-  for (int open = 2; open > 0;) {
-    if (::poll(fds, 2, -1) < 0) break;
-    for (int i = 0; i < 2; ++i) {
-      if (fds[i].fd < 0 || fds[i].revents == 0) continue;
-      char buffer[4096];
-      const ssize_t n = ::read(fds[i].fd, buffer, sizeof buffer);
-      if (n > 0) {
-        sinks[i]->append(buffer, n);
-      } else {
-        ::close(fds[i].fd);
-        fds[i].fd = -1;
-        --open;
-      }
-    }
-  }
+  std::thread err([&] { o.err = ReadAll(err_fd); });
+  o.out = ReadAll(out_fd);
+  err.join();
   o.exit = Wait(pid);
   return o;
 }

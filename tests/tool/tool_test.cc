@@ -1,10 +1,9 @@
 // The propmap tool driven as a user drives it: the built binary on copies of
 // the sample profile in temporary directories, checked by exit code, output
 // and the files left behind.
-#include <dirent.h>
-
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <set>
 
 #include <gtest/gtest.h>
@@ -18,10 +17,7 @@ using Args = std::vector<std::string>;
 
 std::set<std::string> Listing(const std::string& dir) {
   std::set<std::string> names;
-  if (DIR* d = ::opendir(dir.c_str())) {
-    while (dirent* e = ::readdir(d)) names.insert(e->d_name);
-    ::closedir(d);
-  }
+  for (const auto& e : std::filesystem::directory_iterator(dir)) names.insert(e.path().filename());
   names.erase(".stdin");
   return names;
 }
@@ -83,12 +79,13 @@ TEST_F(ToolTest, TraceEchoesTheModulesLinesUpToTheLevel) {
 
 // Every failure: its code and the file on stderr, exit 2, and no file touched.
 TEST_F(ToolTest, FailuresNameTheCodeAndSaveNothing) {
-  ASSERT_TRUE(prhost::WriteWholeFile(Path("torn.xml"), sample_.substr(0, 300)));
-  ASSERT_TRUE(prhost::WriteWholeFile(Path("bad.json"), "{\"format\": \"propmap\", \"values\": [{\"name\": \"v\", "
-                                                       "\"type\": \"tBYTE\", \"value\": 300}]}"));
-  ASSERT_TRUE(prhost::WriteWholeFile(Path("torn.json"), "{\"format\": \"propmap\", \"values\": ["));
-  ASSERT_TRUE(prhost::WriteWholeFile(Path("odd.json"), "{\"format\": \"propmap\", \"values\": [{\"name\": \"b\", "
-                                                       "\"type\": \"tBINARY\", \"hex\": \"ABC\"}]}"));
+  const std::string json = "{\"format\": \"propmap\", \"values\": [";
+  for (const auto& [name, text] : {std::pair<const char*, std::string>{"torn.xml", sample_.substr(0, 300)},
+                                   {"bad.json", json + R"({"name": "v", "type": "tBYTE", "value": 300}]})"},
+                                   {"torn.json", json},
+                                   {"odd.json", json + R"({"name": "b", "type": "tBINARY", "hex": "ABC"}]})"}}) {
+    ASSERT_TRUE(prhost::WriteWholeFile(Path(name), text));
+  }
   const struct {
     Args args;
     std::string err;

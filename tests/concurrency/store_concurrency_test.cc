@@ -12,7 +12,7 @@
 #include <string>
 
 #include "concurrency/concurrency_fixture.h"
-#include "host/key_test_support.h"
+#include "host/registry_support.h"
 
 namespace prhost::testing {
 namespace {

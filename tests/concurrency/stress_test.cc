@@ -8,7 +8,7 @@
 #include <string>
 
 #include "concurrency_fixture.h"
-#include "host/key_test_support.h"
+#include "host/registry_support.h"
 #include "temp_dir.h"
 
 namespace prhost::testing {

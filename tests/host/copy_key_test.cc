@@ -1,7 +1,6 @@
 // Copying subtrees into another store, of the same module instance or of an
 // independent one, compared by enumerating both trees.
-#include "host_fixture.h"
-#include "key_test_support.h"
+#include "registry_support.h"
 
 namespace prhost::testing {
 namespace {

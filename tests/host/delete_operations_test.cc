@@ -3,7 +3,7 @@
 // (the two by-index formats differ by one blank before the colon).
 #include <functional>
 
-#include "value_test_support.h"
+#include "registry_support.h"
 
 namespace prhost::testing {
 namespace {

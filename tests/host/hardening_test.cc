@@ -5,8 +5,7 @@
 #include <fstream>
 #include <string>
 
-#include "host_fixture.h"
-#include "key_test_support.h"
+#include "registry_support.h"
 
 namespace prhost::testing {
 namespace {

@@ -9,8 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "host_fixture.h"
-#include "key_test_support.h"
+#include "registry_support.h"
 #include "temp_dir.h"
 
 namespace prhost::testing {

@@ -313,5 +313,24 @@ TEST_F(ProfilePersistenceTest, FlushOnCloseAndConcurrentSaves) {
   EXPECT_EQ(after.client().GetDword(0, "gen").value, 3u);
 }
 
+// The shipped sample profile: a realistic application's settings load and,
+// once the store is dirty, are written back byte for byte as they were shipped.
+TEST_F(ProfilePersistenceTest, SampleProfileLoadsAndSavesByteForByte) {
+  const std::optional<std::string> shipped = ReadWholeFile(PROPMAP_SOURCE_DIR "/examples/profiles.xml");
+  ASSERT_TRUE(shipped.has_value());
+  const std::string path = dir_.Join("settings.xml");
+  ASSERT_TRUE(WriteWholeFile(path, *shipped));
+  Store& s = OpenStore({.name = path, .locking = 1});
+  ASSERT_EQ(Rc{s.init_result().value_or(kOk)}, Rc{kOk});
+  EXPECT_EQ(s.client().SubkeyNames().value.size(), 8u);
+  EXPECT_EQ(s.client().GetString(s.client().OpenKey("Users\\User4").value, "Name").value,
+            "\xE5\xB1\xB1\xE7\x94\xB0\xE5\xA4\xAA\xE9\x83\x8E");
+  // A change and its undoing leave the tree as loaded, but dirty.
+  ASSERT_EQ(Rc{s.client().SetString(0, "ProfileVersion", "8")}, Rc{kOk});
+  ASSERT_EQ(Rc{s.client().SetString(0, "ProfileVersion", "7")}, Rc{kOk});
+  ASSERT_EQ(Rc{s.registry().Flush(0)}, Rc{kOk});
+  EXPECT_EQ(ReadWholeFile(path), shipped);
+}
+
 }  // namespace
 }  // namespace prhost::testing

@@ -4,7 +4,7 @@
 // conversions between types.
 #include <functional>
 
-#include "value_test_support.h"
+#include "registry_support.h"
 
 namespace prhost::testing {
 namespace {

@@ -17,13 +17,12 @@ constexpr tERROR kErrDeadlock = Code(0x80060000 | 35);  // EDEADLK through the e
 // A string object claiming more characters than a 32-bit byte size holds:
 // refused before a single character is read, the stored value unchanged.
 TEST_F(HardeningTest, WideSetBeyondThirtyTwoBitsIsRefused) {
-  for (TypeId stored : {tWSTRING, tSTRING}) {
+  const wchar_t few[2] = {L'a', 0};
+  const StringObject object{const_cast<wchar_t*>(few), (1u << 30) + 1};
+  using Stored = std::tuple<TypeId, const void*, uint32_t>;
+  for (const auto& [stored, data, size] : {Stored{tWSTRING, few, 8}, Stored{tSTRING, "a", 1}}) {
     Store& s = OpenStore();
-    const wchar_t few[2] = {L'a', 0};
-    const StringObject object{const_cast<wchar_t*>(few), (1u << 30) + 1};
-    ASSERT_EQ(Rc{s.registry().SetValue(0, "v", stored, stored == tWSTRING ? static_cast<const void*>(few) : "a",
-                                       stored == tWSTRING ? 8 : 1, 1)},
-              Rc{kOk});
+    ASSERT_EQ(Rc{s.registry().SetValue(0, "v", stored, data, size, 1)}, Rc{kOk});
     const std::vector<std::string> before = Dump(s.registry());
     EXPECT_EQ(Rc{s.registry().SetValue(0, "v", tSTRING_OBJ, &object, sizeof object, 1)}, Rc{kErrNoMemory});
     EXPECT_EQ(Dump(s.registry()), before);
@@ -50,22 +49,16 @@ TEST_F(HardeningTest, HugeValuesConvertWithoutWrapping) {
 #endif
   if (AvailableMemory() < (12ull << 30)) GTEST_SKIP() << "needs 12 GiB of free memory";
   Store& s = OpenStore();
-  {
-    std::string block(size_t{1} << 31, '\x5A');
-    ASSERT_EQ(Rc{s.registry().SetValue(0, "blob", tBINARY, block.data(), uint32_t(block.size()), 1)}, Rc{kOk});
-    block = {};
-    uint32_t size = 0, type = tSTRING;
-    EXPECT_EQ(Rc{s.registry().GetValue(&size, 0, "blob", &type, nullptr, 0)}, Rc{kErrNoMemory});
+  // The stored value, its size, and the type read (a wide character takes four bytes).
+  for (const auto& [stored, bytes, read] : {std::tuple{tBINARY, size_t{1} << 31, tSTRING},
+                                            std::tuple{tSTRING, (size_t{1} << 30) + 1, tWSTRING}}) {
+    std::string data(bytes, '\x5A');
+    ASSERT_EQ(Rc{s.registry().SetValue(0, "v", stored, data.data(), uint32_t(data.size()), 1)}, Rc{kOk});
+    data = {};
+    uint32_t size = 0, type = read;
+    EXPECT_EQ(Rc{s.registry().GetValue(&size, 0, "v", &type, nullptr, 0)}, Rc{kErrNoMemory});
     EXPECT_EQ(size, 0u) << "nothing written";
-    EXPECT_EQ(Rc{s.registry().DeleteValue(0, "blob")}, Rc{kOk});
-  }
-  {
-    std::string text((size_t{1} << 30) + 1, 'x');
-    ASSERT_EQ(Rc{s.registry().SetValue(0, "text", tSTRING, text.data(), uint32_t(text.size()), 1)}, Rc{kOk});
-    text = {};
-    uint32_t size = 0, type = tWSTRING;  // four bytes a character, and one more
-    EXPECT_EQ(Rc{s.registry().GetValue(&size, 0, "text", &type, nullptr, 0)}, Rc{kErrNoMemory});
-    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(Rc{s.registry().DeleteValue(0, "v")}, Rc{kOk});
   }
 }
 
@@ -140,13 +133,9 @@ TEST_F(HardeningTest, CallbacksIntoAHeldStore) {
                              : s.registry().GetValue(&size, KeyAt(s, "A"), "v", &type, &value, 4));
       inside = false;
     });
-    tERROR code = kOk;
-    if (!c.copy) {
-      code = s.registry().OpenKey(nullptr, 0, "A", 0);
-    } else {
-      code = s.registry().CopyKey(KeyAt(s, "A"), c.copy_within ? s.object() : other.object(),
-                                  c.copy_within ? KeyAt(s, "A\\B") : 0);
-    }
+    const tERROR code = !c.copy ? s.registry().OpenKey(nullptr, 0, "A", 0)
+                                : s.registry().CopyKey(KeyAt(s, "A"), c.copy_within ? s.object() : other.object(),
+                                                       c.copy_within ? KeyAt(s, "A\\B") : 0);
     module()->trace().set_observer(nullptr);
     EXPECT_EQ(Rc{code}, Rc{kOk});
     ASSERT_EQ(seen.size(), 1u);

@@ -247,7 +247,7 @@ struct TraceMark {
   }
 };
 
-// Dump (key_test_support.h) with each value cut to "path|name" unless `with_data`.
+// Dump with each value cut to "path|name" unless `with_data`.
 inline std::vector<std::string> Listing(const Registry& r, hKey key = 0, bool with_data = false) {
   std::vector<std::string> out = Dump(r, key);
   for (std::string& e : out) {

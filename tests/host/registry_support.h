@@ -105,6 +105,7 @@ struct Out {
   static constexpr uint32_t kFill = 0x5A5A;
   hKey key = kFill;
   uint32_t size = kFill;
+  TypeId type = 0;  // an in/out type argument, not rendered
   char text[24];
   Out() { std::memset(text, '#', sizeof text); }
 };
@@ -236,13 +237,10 @@ inline std::string AddressText(const void* data) {
 struct TraceMark {
   const Store& store;
   const size_t start = store.TraceLines().size();
-  std::vector<TraceLine> Lines() const {
-    std::vector<TraceLine> all = store.TraceLines();
-    return {all.begin() + static_cast<std::ptrdiff_t>(start), all.end()};
-  }
   std::vector<std::string> Texts() const {
     std::vector<std::string> texts;
-    for (const TraceLine& line : Lines()) texts.push_back(line.text);
+    const std::vector<TraceLine> all = store.TraceLines();
+    for (size_t i = start; i < all.size(); ++i) texts.push_back(all[i].text);
     return texts;
   }
 };

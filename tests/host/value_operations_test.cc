@@ -2,15 +2,12 @@
 // the output protocol, the raw exchange of size-matched binary blocks, wide
 // and string-object forms, creation, the exact lines of the reads, and
 // conversions between types.
-#include <functional>
-
 #include "registry_support.h"
 
 namespace prhost::testing {
 namespace {
 
 using ValueOperationsTest = HostTest;
-using Outcome = std::pair<Rc, uint32_t>;  // a code and the size output
 
 const Bytes kOne = BytesOf(uint32_t{1});
 
@@ -31,35 +28,45 @@ TEST_F(ValueOperationsTest, TypeZeroReportsTheStoredTypeAndReadsTheNativeForm) {
   }
 }
 
-TEST_F(ValueOperationsTest, DirectReadsAndNamesFollowTheOutputProtocol) {
-  Registry r = OpenStore().registry();
-  Seed(r, {{"Beta", tDWORD, kOne}, {"alpha", tSTRING, Text("abc")}});
-  auto get = [&](const char* name, TypeId type, void* buffer, uint32_t buffer_size) {
-    uint32_t size = 0;
-    return Outcome{Rc{r.GetValue(&size, 0, name, &type, buffer, buffer_size)}, size};
-  };
-  char buffer[8] = "#";
-  EXPECT_EQ(get("beta", tDWORD, nullptr, 0), Outcome(Rc{kOk}, 4)) << "names compare without case";
-  EXPECT_EQ(get("Beta", tDWORD, nullptr, 4), Outcome(Rc{kErrBadParameter}, 4));
-  EXPECT_EQ(get("Beta", tDWORD, buffer, 3), Outcome(Rc{kErrBufferTooSmall}, 4));
-  EXPECT_EQ(get("other", tDWORD, buffer, 4).first, Rc{kErrNotFound});
-  EXPECT_EQ(Rc{ReadAs(r, 0, nullptr, tDWORD, 256, 2).code}, Rc{kErrNotFound});
-  EXPECT_EQ(Rc{r.GetValue(nullptr, 0, "Beta", nullptr, buffer, 4)}, Rc{kErrBadParameter}) << "null type";
+// Reads by name and by index and value names follow the output protocol, each
+// with its one line; names compare without case; past the last value a name
+// read gives no text and no error.
+const std::string kGet = "prmap\tGetting value ?\\", kByIndex = "prmap\tGetting value by index ",
+                  kName = "prmap\tGetValueNameByIndex ";
+const Row kReadRows[] = {
+    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "beta", &o.type, nullptr, 0))), kOk, "#4",
+     kGet + "beta"},
+    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "Beta", &o.type, nullptr, 4))), kErrBadParameter,
+     "#4", kGet + "Beta"},
+    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "Beta", &o.type, o.text, 3))), kErrBufferTooSmall,
+     "#4", kGet + "Beta"},
+    {nullptr, nullptr, OP((o.type = tSTRING, r.GetValue(&o.size, 0, "Beta", &o.type, o.text, 8))), kOk, "#2 1\\0",
+     kGet + "Beta"},
+    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "other", &o.type, o.text, 4))), kErrNotFound, "",
+     kGet + "other"},
+    {nullptr, nullptr, OP(r.GetValue(nullptr, 0, "Beta", nullptr, o.text, 4)), kErrBadParameter, "", kGet + "Beta"},
+    {nullptr, nullptr, OP((o.type = 0, r.GetValueByIndex(&o.size, 0, 1, &o.type, o.text, 8))), kOk, "#4 abc\\0",
+     kByIndex + "1"},
+    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValueByIndex(&o.size, 0, 2, &o.type, o.text, 4))), kErrNotFound,
+     "", kByIndex + "2"},
+    {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 1, o.text, 5)), kErrBufferTooSmall, "#6", kName},
+    {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 2, o.text, 8)), kOk, "#0", kName},
+    {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 1, o.text, 6)), kOk, "#6 alpha\\0", kName},
+};
+// A store whose initialisation never ran resolves no handle.
+const Row kReadsWithoutTree[] = {
+    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "Beta", &o.type, o.text, 4))), kErrInvalidHandle,
+     "", kGet + "Beta"},
+    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValueByIndex(&o.size, 0, 0, &o.type, o.text, 4))),
+     kErrInvalidHandle, "", kByIndex + "0"},
+    {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 0, o.text, 8)), kErrInvalidHandle, "#0", kName},
+};
 
-  auto name = [&](const Registry& on, uint32_t index, char* out, uint32_t out_size) {
-    uint32_t size = 99;
-    return Outcome{Rc{on.GetValueNameByIndex(&size, 0, index, out, out_size)}, size};
-  };
-  EXPECT_EQ(name(r, 1, buffer, 5), Outcome(Rc{kErrBufferTooSmall}, 6));
-  EXPECT_EQ(name(r, 2, buffer, 8), Outcome(Rc{kOk}, 0)) << "past the last value: no text, no error";
-  EXPECT_STREQ(buffer, "#");
-  EXPECT_EQ(name(r, 1, buffer, 6), Outcome(Rc{kOk}, 6));
-  EXPECT_STREQ(buffer, "alpha");
-
-  Registry bare = OpenStore({.init = false}).registry();
-  EXPECT_EQ(Rc{ReadAs(bare, 0, "Beta", tDWORD).code}, Rc{kErrInvalidHandle});
-  EXPECT_EQ(Rc{ReadAs(bare, 0, nullptr, tDWORD, 256, 0).code}, Rc{kErrInvalidHandle});
-  EXPECT_EQ(name(bare, 0, buffer, 8), Outcome(Rc{kErrInvalidHandle}, 0));
+TEST_F(ValueOperationsTest, ReadsAndNamesFollowTheOutputProtocolAndWriteTheirLine) {
+  Store& s = OpenStore();
+  Seed(s.registry(), {{"Beta", tDWORD, kOne}, {"alpha", tSTRING, Text("abc")}});
+  CheckRows(s, kReadRows);
+  CheckRows(OpenStore({.init = false}), kReadsWithoutTree);
 }
 
 // A tBINARY value whose stored size equals the caller's size is exchanged as
@@ -162,30 +169,6 @@ TEST_F(ValueOperationsTest, SetsCreateOnlyWhenAskedAndOnlyAtTheEnd) {
   EXPECT_EQ(Rc{Put(r, 0, "bad", 16, kOne, 1)}, Rc{kErrNoMemory}) << "no value class for the type";
   EXPECT_EQ(Rc{Put(r, 0, "bad", tDWORD, Bytes{1, 2}, 1)}, Rc{kErrBadParameter}) << "value refused the data";
   EXPECT_EQ(Listing(r, 0, true), (std::vector<std::string>{"|First|4|01000000", "|noname1|9|7800"}));
-}
-
-// The set operations' lines are checked with the refusals (delete tests).
-TEST_F(ValueOperationsTest, EachReadWritesItsExactLine) {
-  Store& s = OpenStore();
-  Registry r = s.registry();
-  Seed(r, {{"One", tDWORD, kOne}, {"Two", tSTRING, Text("hi")}});
-  const std::string ok = "ResultOk(0x00000000)", not_found = "ErrNotFound(0x8000D002)";
-  uint32_t size = 0;
-  const std::pair<std::function<tERROR()>, std::string> steps[] = {
-      {[&] { return ReadAs(r, 0, "One", tSTRING).code; }, "Getting value ?\\One: " + ok},
-      {[&] { return ReadAs(r, 0, "Absent", 0).code; }, "Getting value ?\\Absent: " + not_found},
-      {[&] { return ReadAs(r, 0, nullptr, 0, 256, 1).code; }, "Getting value by index 1: " + ok},
-      {[&] { return ReadAs(r, 0, nullptr, 0, 256, 5).code; }, "Getting value by index 5: " + not_found},
-      {[&] { return r.GetValueNameByIndex(&size, 0, 0, nullptr, 0); }, "GetValueNameByIndex : " + ok},
-  };
-  for (const auto& [call, line] : steps) {
-    TraceMark mark{s};
-    (void)call();
-    const std::vector<TraceLine> lines = mark.Lines();
-    ASSERT_EQ(lines.size(), 1u) << line;
-    EXPECT_EQ(lines[0].text, "prmap\t" + line);
-    EXPECT_EQ(lines[0].level, 600u) << line;
-  }
 }
 
 // Reads and writes across types: the stored value's text form is parsed by a

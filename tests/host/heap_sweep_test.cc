@@ -29,29 +29,22 @@ struct Step {
   }
 #define STEP(what, ...) {what, FN(__VA_ARGS__)}
 
-hKey Open(const Registry& r, const char* path) {
-  hKey key = kInvalidKey;
-  (void)r.OpenKey(&key, 0, path, 0);
-  return key;
-}
-tERROR Text(const Registry& r, const char* key, const char* name, const char* text) {
-  return r.SetValue(Open(r, key), name, tSTRING, text, uint32_t(std::strlen(text) + 1), 1);
+tERROR SetText(const Store& s, const char* key, const char* name, const char* text) {
+  return Put(s.registry(), KeyAt(s, key), name, tSTRING, Text(text));
 }
 // Reads `name` in `type`, converting through text when it differs.
-tERROR Read(const Registry& r, const char* key, const char* name, TypeId type) {
-  char buffer[256];
-  uint32_t size = 0;
-  return r.GetValue(&size, Open(r, key), name, &type, buffer, sizeof buffer);
+tERROR Read(const Store& s, const char* key, const char* name, TypeId type) {
+  return ReadAs(s.registry(), KeyAt(s, key), name, type).code;
 }
 // Reads into a string object twice; a failed read leaves the caller's
 // characters as they were; the characters come from the store's heap.
 tERROR ReadObjects(Store& s) {
   StringObject object{nullptr, 0};
   uint32_t size = 0, type = tSTRING_OBJ;
-  tERROR code = s.registry().GetValue(&size, Open(s.registry(), "App/Window"), "Title", &type, &object, 0);
+  tERROR code = s.registry().GetValue(&size, KeyAt(s, "App/Window"), "Title", &type, &object, 0);
   if (Succeeded(code)) {
     const wchar_t* first = object.chars;
-    code = s.registry().GetValue(&size, Open(s.registry(), "App/Window"), "Width", &type, &object, 0);
+    code = s.registry().GetValue(&size, KeyAt(s, "App/Window"), "Width", &type, &object, 0);
     if (Failed(code)) {
       EXPECT_TRUE(object.chars == first && std::wstring(object.chars, object.count) == L"second");
     }
@@ -76,10 +69,10 @@ const std::pair<const char*, std::vector<Step>> kWorkloads[] = {
          {"OpenKey create", FN(return r.OpenKey(nullptr, 0, "New/Deep\\Leaf", 1)), false},
          STEP("OpenKey mixed case", return r.OpenKey(nullptr, 0, "app/WINDOW", 0)),
          STEP("OpenKeyByIndex", hKey k; return r.OpenKeyByIndex(&k, 0, 1)),
-         STEP("OpenNextKey", hKey k; return r.OpenNextKey(&k, Open(r, "App"))),
-         STEP("CloseKey", return r.CloseKey(Open(r, "App"))),
-         STEP("GetKeyName", return r.GetKeyName(&n, Open(r, "App/Window"), b, sizeof b, 1)),
-         STEP("GetKeyNameByIndex", return r.GetKeyNameByIndex(&n, Open(r, "App"), 0, b, sizeof b, 1)),
+         STEP("OpenNextKey", hKey k; return r.OpenNextKey(&k, KeyAt(s, "App"))),
+         STEP("CloseKey", return r.CloseKey(KeyAt(s, "App"))),
+         STEP("GetKeyName", return r.GetKeyName(&n, KeyAt(s, "App/Window"), b, sizeof b, 1)),
+         STEP("GetKeyNameByIndex", return r.GetKeyNameByIndex(&n, KeyAt(s, "App"), 0, b, sizeof b, 1)),
          STEP("GetKeyCount", return r.GetKeyCount(&n, 0)),
          STEP("SetRootStr", return r.SetRootStr("App/Window")),
          STEP("GetValueCount", return r.GetValueCount(&n, 0)),
@@ -91,31 +84,31 @@ const std::pair<const char*, std::vector<Step>> kWorkloads[] = {
      }},
     {"values",
      {
-         STEP("SetValue new", return Text(r, "App", "Name", "propmap")),
-         STEP("SetValue same type", return Text(r, "App/Window", "Title", "second")),
-         STEP("SetValue converted", return Text(r, "App/Window", "Width", "800")),
-         STEP("SetValue wide", return Text(r, "App/Window", "Wide", "wide text")),
-         STEP("SetValue binary from text", return Text(r, "App/Window", "Blob", "0A0B")),
-         STEP("SetValue string from dword", const uint32_t v = 42; return r.SetValue(Open(r, "App"), "Name", tDWORD, &v, 4, 0)),
+         STEP("SetValue new", return SetText(s, "App", "Name", "propmap")),
+         STEP("SetValue same type", return SetText(s, "App/Window", "Title", "second")),
+         STEP("SetValue converted", return SetText(s, "App/Window", "Width", "800")),
+         STEP("SetValue wide", return SetText(s, "App/Window", "Wide", "wide text")),
+         STEP("SetValue binary from text", return SetText(s, "App/Window", "Blob", "0A0B")),
+         STEP("SetValue string from dword", const uint32_t v = 42; return r.SetValue(KeyAt(s, "App"), "Name", tDWORD, &v, 4, 0)),
          STEP("SetValue string object", wchar_t c[] = L"0x20"; const StringObject so{c, 4};
-              return r.SetValue(Open(r, "App/Window"), "Width", tSTRING_OBJ, &so, 0, 0)),
+              return r.SetValue(KeyAt(s, "App/Window"), "Width", tSTRING_OBJ, &so, 0, 0)),
          STEP("GetValue string objects", return ReadObjects(s)),
-         STEP("GetValue as text", return Read(r, "App/Window", "Width", tSTRING)),
-         STEP("GetValue as wide", return Read(r, "App/Recent", "Stamp", tWSTRING)),
-         STEP("GetValue text as wide", return Read(r, "App/Window", "Title", tWSTRING)),
-         STEP("GetValue as qword", return Read(r, "App/Window", "Width", tQWORD)),
-         STEP("GetValueByIndex", return r.GetValueByIndex(&n, Open(r, "App/Recent"), 1, &t, b, 64)),
-         STEP("GetValueNameByIndex", return r.GetValueNameByIndex(&n, Open(r, "App/Window"), 0, b, sizeof b)),
-         STEP("SetValueByIndex converted", return r.SetValueByIndex(Open(r, "App/Recent"), 0, tSTRING, "99", 3, 0)),
-         STEP("SetValueByIndex new", const uint32_t v = 5; return r.SetValueByIndex(Open(r, "App/Recent"), 2, tDWORD, &v, 4, 1)),
-         STEP("DeleteValue", return r.DeleteValue(Open(r, "App/Window"), "BLOB")),
-         STEP("DeleteValueByInd", return r.DeleteValueByInd(Open(r, "App/Recent"), 0)),
+         STEP("GetValue as text", return Read(s, "App/Window", "Width", tSTRING)),
+         STEP("GetValue as wide", return Read(s, "App/Recent", "Stamp", tWSTRING)),
+         STEP("GetValue text as wide", return Read(s, "App/Window", "Title", tWSTRING)),
+         STEP("GetValue as qword", return Read(s, "App/Window", "Width", tQWORD)),
+         STEP("GetValueByIndex", return r.GetValueByIndex(&n, KeyAt(s, "App/Recent"), 1, &t, b, 64)),
+         STEP("GetValueNameByIndex", return r.GetValueNameByIndex(&n, KeyAt(s, "App/Window"), 0, b, sizeof b)),
+         STEP("SetValueByIndex converted", return r.SetValueByIndex(KeyAt(s, "App/Recent"), 0, tSTRING, "99", 3, 0)),
+         STEP("SetValueByIndex new", const uint32_t v = 5; return r.SetValueByIndex(KeyAt(s, "App/Recent"), 2, tDWORD, &v, 4, 1)),
+         STEP("DeleteValue", return r.DeleteValue(KeyAt(s, "App/Window"), "BLOB")),
+         STEP("DeleteValueByInd", return r.DeleteValueByInd(KeyAt(s, "App/Recent"), 0)),
          STEP("Flush", return r.Flush(0)),
      }},
     {"copies and clean",
      {
-         {"CopyKey to another store", FN(return r.CopyKey(Open(r, "App"), o.object(), 0)), false},
-         {"CopyKey within", FN(return r.CopyKey(Open(r, "App"), r.object(), Open(r, "Old"))), false},
+         {"CopyKey to another store", FN(return r.CopyKey(KeyAt(s, "App"), o.object(), 0)), false},
+         {"CopyKey within", FN(return r.CopyKey(KeyAt(s, "App"), r.object(), KeyAt(s, "Old"))), false},
          {"CopyKeyByName", FN(return r.CopyKeyByName("App/Recent", o.object())), false},
          STEP("Flush", return r.Flush(0)),
          STEP("Clean", return r.Clean()),

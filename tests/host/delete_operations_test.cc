@@ -89,33 +89,30 @@ TEST_F(DeleteOperationsTest, CleanEmptiesTheCurrentRootKeyOnly) {
   }
 }
 
-// Each modifying operation, and its trace line up to the result. The set
-// operations pass arguments that would fail otherwise (no name, no data).
-std::vector<std::pair<std::function<tERROR(const Registry&)>, std::string>> Modifications() {
-  static const Bytes kOne = BytesOf(uint32_t{1});
-  const std::string at = " (0x" + AddressText(kOne.data()) + ":4): ";
-  return {
+// The read-only refusal comes first, with or without a tree, and changes
+// nothing; without a tree every operation fails with the handle code, and
+// only SetValue stays silent.
+TEST_F(DeleteOperationsTest, ReadOnlyAndTreelessStoresRefuse) {
+  // Each modifying operation, and its trace line up to the result. The set
+  // operations pass arguments that would fail otherwise (no name, no data).
+  const Bytes one = BytesOf(uint32_t{1});
+  const std::string at = " (0x" + AddressText(one.data()) + ":4): ";
+  const std::pair<std::function<tERROR(const Registry&)>, std::string> modifications[] = {
       {[](const Registry& r) { return r.DeleteKey(0, "a"); }, "DeleteKey a: "},
       {[](const Registry& r) { return r.DeleteKeyByInd(0, 0); }, "DeleteKeyByInd 0 : "},
       {[](const Registry& r) { return r.DeleteValue(0, "v1"); }, "DeleteValue v1: "},
       {[](const Registry& r) { return r.DeleteValueByInd(0, 0); }, "DeleteValueByInd 0: "},
       {[](const Registry& r) { return r.Clean(); }, "Clean : "},
-      {[](const Registry& r) { return r.SetValue(0, "v1", tDWORD, kOne.data(), 4, 1); }, "SetValue v1" + at},
+      {[&](const Registry& r) { return r.SetValue(0, "v1", tDWORD, one.data(), 4, 1); }, "SetValue v1" + at},
       {[](const Registry& r) { return r.SetValue(0, nullptr, tDWORD, nullptr, 0, 1); }, "SetValue (null) (0x0:0): "},
-      {[](const Registry& r) { return r.SetValueByIndex(0, 2, tDWORD, kOne.data(), 4, 1); }, "SetValueByIndex 2" + at},
+      {[&](const Registry& r) { return r.SetValueByIndex(0, 2, tDWORD, one.data(), 4, 1); }, "SetValueByIndex 2" + at},
   };
-}
-
-// The read-only refusal comes first, with or without a tree, and changes
-// nothing; without a tree every operation fails with the handle code, and
-// only SetValue stays silent.
-TEST_F(DeleteOperationsTest, ReadOnlyAndTreelessStoresRefuse) {
   Store& read_only = Sample();
   read_only.SetField(prop::kReadOnly, 1);
   const Paths before = Listing(read_only.registry(), 0, true);
   Store& read_only_treeless = OpenStore({.read_only = 1, .init = false});
   Store& treeless = OpenStore({.init = false});
-  for (const auto& [call, line] : Modifications()) {
+  for (const auto& [call, line] : modifications) {
     for (Store* s : {&read_only, &read_only_treeless}) {
       TraceMark mark{*s};
       EXPECT_EQ(Rc{call(s->registry())}, Rc{kErrReadOnly}) << line;

@@ -67,6 +67,15 @@ tERROR WriteValues(KeyNode* key, xml::TextSink* output, size_t indent, std::vect
   if (key->value_count == 0) return ResultOk;
   for (ListLink* link = key->values.next; link != &key->values; link = link->next) {
     const ValueEntry* entry = EntryFrom(link);
+    // The entries, their values and names are scattered over the heap and
+    // the walk waits on each in turn: ask for the next entry's pieces and
+    // the entry after it while this one is written.
+    if (ListLink* next = link->next; next != &key->values) {
+      const ValueEntry* following = EntryFrom(next);
+      __builtin_prefetch(following->value);
+      __builtin_prefetch(following->name);
+      __builtin_prefetch(following->next);
+    }
     const iValue* value = entry->value;
     uint32_t length = 0;
     tERROR err = value->GetText(scratch.data(), static_cast<uint32_t>(scratch.size() - 1), &length);
@@ -111,6 +120,10 @@ tERROR WriteKeyContents(KeyNode* key, xml::TextSink* output, size_t indent) {
     Frame& frame = stack.back();
     if (KeyNode* child = frame.next_child; child != nullptr) {
       frame.next_child = frame.key->NextChild(child);
+      // Asked for early, as with values: the sibling written next and this
+      // key's first value entry.
+      if (frame.next_child != nullptr) __builtin_prefetch(frame.next_child);
+      if (!ListEmpty(&child->values)) __builtin_prefetch(child->values.next);
       output->Spaces(frame.indent);
       output->Put("<key");
       xml::AppendAttribute(output, "name", child->name != nullptr ? child->name : "", xml::kUpToZero);

@@ -23,11 +23,25 @@ constexpr mode_t kTemporaryMode = 0660;
 constexpr char kDefaultProfile[] = "profiles.xml";
 constexpr size_t kDefaultProfileLength = sizeof kDefaultProfile - 1;
 
+// Room for a text of about the last document's size, with some slack for
+// growth; a reservation that fails is simply left to the writer's growth.
+void ReserveText(PropertiesMap* store, std::string* text) {
+  const size_t expected = std::atomic_ref<uint32_t>(store->document_size).load(std::memory_order_relaxed);
+  if (expected == 0) return;
+  try {
+    text->reserve(expected + expected / 16 + 4096);
+  } catch (const std::bad_alloc&) {
+  }
+}
+
 // The document text, built under the shared lock only.
 tERROR BuildText(PropertiesMap* store, std::string* text) {
   StoreLock lock(store, LockMode::kShared);
   if (Failed(lock.status())) return lock.status();
-  return Guarded([&] { return WriteProfileDocument(store->tree(), text); });
+  ReserveText(store, text);
+  const tERROR err = Guarded([&] { return WriteProfileDocument(store->tree(), text); });
+  if (Succeeded(err)) RememberDocumentSize(store, text->size());
+  return err;
 }
 
 tERROR SaveToStream(PropertiesMap* store, HostStream* stream) {

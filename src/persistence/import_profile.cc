@@ -12,6 +12,7 @@ tERROR ImportProfile(PropertiesMap* store, const char* text, size_t length) {
     text += 3;
     length -= 3;
   }
+  RememberDocumentSize(store, length);
   const tERROR err = ReadProfileDocument(store->tree(), text, length);
   // The tree now matches what is stored, so a Flush right away has nothing to do.
   if (Succeeded(err)) ClearDirty(store);

@@ -7,6 +7,11 @@
 // the text.
 #pragma once
 
+#include <algorithm>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
 #include "module/result_codes.h"
 #include "registry/properties_map.h"
 
@@ -27,5 +32,12 @@ namespace propmap {
 // Reads a profile text into the store's tree, without a leading UTF-8
 // byte-order mark; a success clears the dirty flag.
 [[nodiscard]] tERROR ImportProfile(PropertiesMap* store, const char* text, size_t length);
+
+// Keeps the size of a document just read or written as the next save's
+// first reservation.
+inline void RememberDocumentSize(PropertiesMap* store, size_t size) {
+  std::atomic_ref<uint32_t>(store->document_size)
+      .store(static_cast<uint32_t>(std::min<size_t>(size, UINT32_MAX)), std::memory_order_relaxed);
+}
 
 }  // namespace propmap

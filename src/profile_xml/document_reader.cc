@@ -30,8 +30,33 @@ constexpr char kTextValueName[] = "noname";
 // the whole recursion and keeps the strings' capacity.
 struct Scratch {
   xml::XmlAttributeList attributes;
+  std::string value;  // an attribute value that needed decoding or a zero byte
   std::string text;
 };
+
+// An attribute value as a name: decoded, and up to its first zero byte, as
+// a zero-terminated copy would end. Out of memory while decoding counts as
+// an unreadable tag. ErrBadDocument or 0.
+tERROR NameValue(const XmlAttribute& attribute, Scratch* scratch, std::string_view* name) {
+  try {
+    *name = xml::DecodedValue(attribute, &scratch->value);
+  } catch (const std::bad_alloc&) {
+    return ErrBadDocument;
+  }
+  if (const void* zero = std::memchr(name->data(), '\0', name->size()); zero != nullptr) {
+    *name = name->substr(0, static_cast<size_t>(static_cast<const char*>(zero) - name->data()));
+  }
+  return ResultOk;
+}
+
+// The same, zero-terminated in `scratch->value`; null when out of memory.
+const char* TerminatedName(const XmlAttribute& attribute, Scratch* scratch) {
+  try {
+    return xml::TerminatedValue(attribute, &scratch->value);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 
 tERROR ReadKeyContents(KeyNode* key, XmlCursor* cursor, int depth, Scratch* scratch);
 tERROR ReadGenericContents(KeyNode* key, XmlCursor* cursor, int depth, Scratch* scratch);
@@ -42,7 +67,9 @@ tERROR ReadKeyElement(KeyNode* key, XmlCursor* cursor, const XmlTag& tag, int de
   if (xml::ParseAttributes(tag, &scratch->attributes) < 0) return ErrBadDocument;
   const XmlAttribute* name = scratch->attributes.Find(kNameAttribute);
   if (name == nullptr) return ErrBadParameter;
-  KeyNode* sub_key = OpenOrCreateKey(key, name->value.c_str(), false);
+  const char* path = TerminatedName(*name, scratch);
+  if (path == nullptr) return ErrBadDocument;
+  KeyNode* sub_key = OpenOrCreateKey(key, path, false);
   if (sub_key == nullptr) return ErrNoMemory;
   if (tag.self_closing()) return ResultOk;
   return ReadKeyContents(sub_key, cursor, depth + 1, scratch);
@@ -56,13 +83,15 @@ tERROR ReadValueElement(KeyNode* key, XmlCursor* cursor, const XmlTag& tag, Scra
   const XmlAttribute* name = scratch->attributes.Find(kNameAttribute);
   if (name == nullptr) return ErrBadParameter;
   if (tag.self_closing()) return ErrBadDocument;
+  std::string_view value_name;
+  if (tERROR err = NameValue(*name, scratch, &value_name); Failed(err)) return err;
   try {
     // Blank text is handed on as it is: the type decides what it means.
     (void)xml::ReadText(cursor, &scratch->text, true);
   } catch (const std::bad_alloc&) {
     return ErrNoMemory;
   }
-  return AddValueFromText(key, name->value.c_str(), type, scratch->text.c_str());
+  return AddValueFromText(key, value_name.data(), value_name.size(), type, scratch->text.c_str());
 }
 
 tERROR ReadKeyContents(KeyNode* key, XmlCursor* cursor, int depth, Scratch* scratch) {
@@ -110,7 +139,9 @@ tERROR ReadGenericElement(KeyNode* key, XmlCursor* cursor, const XmlTag& tag, in
   if (sub_key == nullptr) return ErrNoMemory;
   for (size_t i = 0; i < scratch->attributes.size(); ++i) {
     const XmlAttribute& attribute = scratch->attributes[i];
-    const tERROR err = AddValueFromText(sub_key, attribute.name.c_str(), tSTRING, attribute.value.c_str());
+    const char* value = TerminatedName(attribute, scratch);
+    if (value == nullptr) return ErrBadDocument;
+    const tERROR err = AddValueFromText(sub_key, attribute.name.data(), attribute.name.size(), tSTRING, value);
     if (Failed(err)) return err;
   }
   if (tag.self_closing()) return ResultOk;

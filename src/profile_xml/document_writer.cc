@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
+#include <cstring>
 #include <new>
 #include <string>
 #include <string_view>
@@ -17,21 +18,44 @@ namespace {
 
 constexpr std::string_view kLineEnd = "\r\n";
 constexpr size_t kIndentStep = 4;
+// The value text buffer's first size; it only grows.
+constexpr size_t kScratchSize = 64;
 
+
+// A value's element name with its brackets, padded so that it can be copied
+// at a fixed size: "<tDWORD" and "</tDWORD>".
+struct ElementTags {
+  static constexpr size_t kPadded = 32;
+  char open[kPadded] = {};
+  char close[kPadded] = {};
+  size_t open_length = 0;
+  size_t close_length = 0;
+};
 
 // The element name of a value: its type's name, except that wide strings are
 // written (and so read back) as narrow ones. Names are measured once.
-std::string_view ValueElementName(tag_TYPE_ID type) {
-  static const auto kNames = [] {
-    std::array<std::string_view, kTypeNameCount> names{};
+const ElementTags& ValueElementTags(tag_TYPE_ID type) {
+  static const auto kTags = [] {
+    std::array<ElementTags, kTypeNameCount> tags{};
     for (tag_TYPE_ID id = 0; id < kTypeNameCount; ++id) {
-      if (TypeNames[id] != nullptr) names[id] = TypeNames[id];
+      const char* name = TypeNames[id == tWSTRING ? tSTRING : id];
+      if (name == nullptr) continue;
+      // Type names are far shorter than the padding.
+      const size_t length = std::min(std::strlen(name), ElementTags::kPadded - 3);
+      ElementTags& t = tags[id];
+      t.open[0] = '<';
+      std::memcpy(t.open + 1, name, length);
+      t.open_length = length + 1;
+      t.close[0] = '<';
+      t.close[1] = '/';
+      std::memcpy(t.close + 2, name, length);
+      t.close[length + 2] = '>';
+      t.close_length = length + 3;
     }
-    names[tWSTRING] = names[tSTRING];
-    return names;
+    return tags;
   }();
-  assert(type < kTypeNameCount && !kNames[type].empty() && "every value class has a type name");
-  return kNames[type];
+  assert(type < kTypeNameCount && kTags[type].open_length != 0 && "every value class has a type name");
+  return kTags[type];
 }
 
 // One line per value. `scratch` serves all values of the document. It is kept
@@ -43,6 +67,15 @@ tERROR WriteValues(KeyNode* key, xml::TextSink* output, size_t indent, std::vect
   if (key->value_count == 0) return ResultOk;
   for (ListLink* link = key->values.next; link != &key->values; link = link->next) {
     const ValueEntry* entry = EntryFrom(link);
+    // The entries, their values and names are scattered over the heap and
+    // the walk waits on each in turn: ask for the next entry's pieces and
+    // the entry after it while this one is written.
+    if (ListLink* next = link->next; next != &key->values) {
+      const ValueEntry* following = EntryFrom(next);
+      __builtin_prefetch(following->value);
+      __builtin_prefetch(following->name);
+      __builtin_prefetch(following->next);
+    }
     const iValue* value = entry->value;
     uint32_t length = 0;
     tERROR err = value->GetText(scratch.data(), static_cast<uint32_t>(scratch.size() - 1), &length);
@@ -53,17 +86,19 @@ tERROR WriteValues(KeyNode* key, xml::TextSink* output, size_t indent, std::vect
     if (Failed(err)) return err;
     scratch[length] = '\0';
 
-    const std::string_view element = ValueElementName(value->GetTypeId());
-    output->Fill(indent, ' ');
-    output->Put('<');
-    output->Put(element);
+    const ElementTags& tags = ValueElementTags(value->GetTypeId());
+    output->Spaces(indent);
+    output->PutPadded<ElementTags::kPadded>(tags.open, tags.open_length);
     xml::AppendAttribute(output, "name", entry->name, entry->name_length);
     output->Put('>');
     xml::EscapeAppend(scratch.data(), xml::kUpToZero, output);
-    std::fill_n(scratch.data(), static_cast<size_t>(length) + 1, '\0');
-    output->Put("</");
-    output->Put(element);
-    output->Put('>');
+    // Short texts are cleared at the buffer's first size, in one fixed store.
+    if (length < kScratchSize) {
+      std::memset(scratch.data(), 0, kScratchSize);
+    } else {
+      std::fill_n(scratch.data(), static_cast<size_t>(length) + 1, '\0');
+    }
+    output->PutPadded<ElementTags::kPadded>(tags.close, tags.close_length);
     output->Put(kLineEnd);
   }
   return ResultOk;
@@ -79,13 +114,17 @@ tERROR WriteKeyContents(KeyNode* key, xml::TextSink* output, size_t indent) {
     size_t indent;
   };
   std::vector<Frame> stack;
-  std::vector<char> scratch(64, '\0');
+  std::vector<char> scratch(kScratchSize, '\0');
   stack.push_back({key, key->FirstChild(), indent});
   while (!stack.empty()) {
     Frame& frame = stack.back();
     if (KeyNode* child = frame.next_child; child != nullptr) {
       frame.next_child = frame.key->NextChild(child);
-      output->Fill(frame.indent, ' ');
+      // Asked for early, as with values: the sibling written next and this
+      // key's first value entry.
+      if (frame.next_child != nullptr) __builtin_prefetch(frame.next_child);
+      if (!ListEmpty(&child->values)) __builtin_prefetch(child->values.next);
+      output->Spaces(frame.indent);
       output->Put("<key");
       xml::AppendAttribute(output, "name", child->name != nullptr ? child->name : "", xml::kUpToZero);
       output->Put('>');
@@ -97,7 +136,7 @@ tERROR WriteKeyContents(KeyNode* key, xml::TextSink* output, size_t indent) {
     const size_t done_indent = frame.indent;
     stack.pop_back();
     if (!stack.empty()) {
-      output->Fill(done_indent - kIndentStep, ' ');
+      output->Spaces(done_indent - kIndentStep);
       output->Put("</key>");
       output->Put(kLineEnd);
     }

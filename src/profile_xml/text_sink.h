@@ -1,7 +1,9 @@
 // An append-only cursor over the writer's output string.
 //
 // Room is made once for a piece of known maximum size, so that each byte
-// then costs a store instead of a capacity check and a size update. The
+// then costs a store instead of a capacity check and a size update. Short
+// pieces of bounded size are copied at their bound and the cursor moved by
+// their length. The
 // string is grown by resizing (at least doubling) and cut back to the bytes
 // written when the sink goes away, also when a failure leaves early.
 //
@@ -43,11 +45,30 @@ class TextSink {
     std::memset(Room(count), c, count);
     used_ += count;
   }
+  // Indentation: up to kSpaceRun spaces are stored as one fixed-size copy,
+  // which compiles to a few vector stores where a counted fill is a call.
+  void Spaces(size_t count) {
+    if (count > kSpaceRun) return Fill(count, ' ');
+    static constexpr char kRun[kSpaceRun + 1] = "                                                                ";
+    std::memcpy(Room(kSpaceRun), kRun, kSpaceRun);
+    used_ += count;
+  }
+  // A piece of at most `Max` bytes whose source may be read for `Max` bytes.
+  template <size_t Max>
+  void PutPadded(const char* padded, size_t count) {
+    std::memcpy(Room(Max), padded, Max);
+    used_ += count;
+  }
 
  private:
   static constexpr size_t kFirstSize = 64 * 1024;
+  static constexpr size_t kSpaceRun = 64;
 
-  void Grow(size_t count) { output_->resize(std::max({output_->size() * 2, used_ + count, kFirstSize})); }
+  // Room the caller reserved is taken whole, so that an output reserved at
+  // its final size is grown (and zero-filled) once and never copied.
+  void Grow(size_t count) {
+    output_->resize(std::max({output_->size() * 2, used_ + count, kFirstSize, output_->capacity()}));
+  }
 
   std::string* output_;
   size_t used_;  // bytes of *output_ written; the rest is room

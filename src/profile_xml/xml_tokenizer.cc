@@ -15,7 +15,15 @@ constexpr std::string_view kCommentOpen = "<!--";
 constexpr std::string_view kCDataOpen = "<![CDATA[";
 constexpr std::string_view kProcessingOpen = "<?";
 
+// Indentation comes in runs of spaces, taken eight at a time.
 void SkipSpace(XmlCursor* cursor) {
+  constexpr uint64_t kEightSpaces = 0x2020202020202020ULL;
+  while (cursor->end - cursor->pos >= 8) {
+    uint64_t word;
+    std::memcpy(&word, cursor->pos, sizeof word);
+    if (word != kEightSpaces) break;
+    cursor->pos += 8;
+  }
   while (cursor->pos < cursor->end && Is(*cursor->pos, kSpace)) ++cursor->pos;
 }
 
@@ -32,12 +40,9 @@ const char* NextMarkup(const XmlCursor& cursor) {
 
 }  // namespace
 
-XmlAttribute& XmlAttributeList::Append() {
+void XmlAttributeList::Append(XmlAttribute attribute) {
   if (count_ == items_.size()) items_.emplace_back();
-  XmlAttribute& attribute = items_[count_++];
-  attribute.name.clear();
-  attribute.value.clear();
-  return attribute;
+  items_[count_++] = attribute;
 }
 
 const XmlAttribute* XmlAttributeList::Find(std::string_view name) const {
@@ -152,16 +157,30 @@ int ParseAttributes(const XmlTag& tag, XmlAttributeList* attributes) {
     const void* value_end = std::memchr(p, quote, static_cast<size_t>(last - p));
     if (value_end == nullptr) return FailName;
     try {
-      XmlAttribute& attribute = attributes->Append();
-      // Attribute names hold no '&', so they need no decoding.
-      attribute.name.assign(name, name_end);
-      DecodeAppend(p, static_cast<const char*>(value_end), &attribute.value);
+      // Attribute names hold no '&', so they need no decoding; values are
+      // decoded only when a caller uses them.
+      attributes->Append({std::string_view(name, static_cast<size_t>(name_end - name)),
+                          std::string_view(p, static_cast<size_t>(static_cast<const char*>(value_end) - p))});
     } catch (const std::bad_alloc&) {
       return FailMemory;
     }
     p = static_cast<const char*>(value_end) + 1;
     if (p == last) return 0;
   }
+}
+
+std::string_view DecodedValue(const XmlAttribute& attribute, std::string* buffer) {
+  const std::string_view raw = attribute.raw_value;
+  if (raw.find('&') == std::string_view::npos) return raw;
+  buffer->clear();
+  DecodeAppend(raw.data(), raw.data() + raw.size(), buffer);
+  return *buffer;
+}
+
+const char* TerminatedValue(const XmlAttribute& attribute, std::string* buffer) {
+  buffer->clear();
+  DecodeAppend(attribute.raw_value.data(), attribute.raw_value.data() + attribute.raw_value.size(), buffer);
+  return buffer->c_str();
 }
 
 int ReadText(XmlCursor* cursor, std::string* text, bool merge) {

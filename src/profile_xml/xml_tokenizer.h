@@ -1,6 +1,7 @@
 // The pull tokenizer of the profile document: one forward pass over a byte
 // range, no document object. Element and attribute names are views into the
-// text; only attribute values and texts are decoded into owned strings.
+// text, and so are attribute values until a caller asks for them decoded;
+// texts are decoded into owned strings.
 //
 // Ownership: the cursor borrows [pos, end) for as long as it is used; the text
 // is never copied and need not end in a zero byte. Every loop tests the end of
@@ -67,20 +68,22 @@ struct XmlTag {
   std::string_view name_view() const { return {name, name_length}; }
 };
 
+// Views into the tag: the name as written and the value between its quotes,
+// references not yet decoded.
 struct XmlAttribute {
-  std::string name;
-  std::string value;
+  std::string_view name;
+  std::string_view raw_value;
 };
 
-// The attributes of one tag in document order. Entries are reused from tag
-// to tag so that their strings keep their capacity.
+// The attributes of one tag in document order. The list's storage is reused
+// from tag to tag.
 class XmlAttributeList {
  public:
   void Clear() { count_ = 0; }
   size_t size() const { return count_; }
   const XmlAttribute& operator[](size_t i) const { return items_[i]; }
-  // A cleared entry at the end; may throw std::bad_alloc.
-  XmlAttribute& Append();
+  // Appends an entry; may throw std::bad_alloc.
+  void Append(XmlAttribute attribute);
   // The first attribute whose name is exactly `name`, or null.
   const XmlAttribute* Find(std::string_view name) const;
 
@@ -109,6 +112,15 @@ class XmlAttributeList {
 // Reads the attributes of `tag` into `attributes` (cleared first). 0,
 // FailName for bad syntax, FailMemory when out of memory.
 [[nodiscard]] int ParseAttributes(const XmlTag& tag, XmlAttributeList* attributes);
+
+// The value of `attribute` decoded: the raw view itself when it holds no
+// reference, else `buffer` (cleared first) holding the decoded bytes. Throws
+// std::bad_alloc.
+std::string_view DecodedValue(const XmlAttribute& attribute, std::string* buffer);
+
+// The value of `attribute` decoded into `buffer` (cleared first), which ends
+// in a zero byte. Throws std::bad_alloc.
+const char* TerminatedValue(const XmlAttribute& attribute, std::string* buffer);
 
 // Reads character data at the cursor into `text` (cleared first). With
 // `merge`, CDATA sections are appended raw and comments and processing

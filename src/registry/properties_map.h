@@ -60,6 +60,10 @@ struct PropertiesMap {
   uint8_t lock_created;
   uint8_t dirty;         // the tree differs from the file
   uint8_t loaded;        // 1 after a successful load, 0 after a failed one
+  // Bytes of the document last read or written, in the padding after the
+  // flags: a save reserves about this much at once instead of growing its
+  // text step by step. Only a hint, read and written relaxed.
+  uint32_t document_size;
 
   static PropertiesMap* From(void* object) { return static_cast<PropertiesMap*>(object); }
   static PropertiesMap* From(iRegistry* object) { return reinterpret_cast<PropertiesMap*>(object); }

@@ -35,7 +35,7 @@ void RemoveEntry(KeyNode* key, ValueEntry* entry, bool skip_index) {
 
 // The shared body of AddValue and AddValueFromText; `fill` stores the content.
 template <typename Fill>
-tERROR AddEntry(KeyNode* key, const char* name, tag_TYPE_ID type, Fill fill) {
+tERROR AddEntry(KeyNode* key, const char* name, size_t name_length, tag_TYPE_ID type, Fill fill) {
   if (key->host == nullptr) return ErrNotImplemented;
   ValueEntry* entry = nullptr;
   if (Failed(HeapAllocFor(key->host, &entry))) return ErrNoMemory;
@@ -47,7 +47,7 @@ tERROR AddEntry(KeyNode* key, const char* name, tag_TYPE_ID type, Fill fill) {
     return ErrNoMemory;
   }
   tERROR err = name == nullptr ? ErrBadParameter
-                               : CopyName(key->host, &entry->name, &entry->name_length, name, std::strlen(name));
+                               : CopyName(key->host, &entry->name, &entry->name_length, name, name_length);
   if (Failed(err)) {
     RemoveEntry(key, entry, true);
     return err;
@@ -202,12 +202,20 @@ const char* GetValueNameByIndex(KeyNode* key, uint32_t index) {
   return entry != nullptr ? entry->name : nullptr;
 }
 
+namespace {
+size_t NameLength(const char* name) { return name != nullptr ? std::strlen(name) : 0; }
+}  // namespace
+
 tERROR AddValue(KeyNode* key, const char* name, tag_TYPE_ID type, const void* data, uint32_t size) {
-  return AddEntry(key, name, type, [&](iValue* value) { return value->SetData(data, size); });
+  return AddEntry(key, name, NameLength(name), type, [&](iValue* value) { return value->SetData(data, size); });
 }
 
 tERROR AddValueFromText(KeyNode* key, const char* name, tag_TYPE_ID type, const char* text) {
-  return AddEntry(key, name, type, [&](iValue* value) { return value->SetText(text); });
+  return AddValueFromText(key, name, NameLength(name), type, text);
+}
+
+tERROR AddValueFromText(KeyNode* key, const char* name, size_t name_length, tag_TYPE_ID type, const char* text) {
+  return AddEntry(key, name, name_length, type, [&](iValue* value) { return value->SetText(text); });
 }
 
 tERROR AddUniqueValue(KeyNode* key, const char* name, tag_TYPE_ID type, const void* data, uint32_t size) {

@@ -83,6 +83,9 @@ inline size_t GetValueCount(const KeyNode* key) { return key->value_count; }
 // Appends a value without a duplicate check. On failure the key is unchanged.
 [[nodiscard]] tERROR AddValue(KeyNode* key, const char* name, tag_TYPE_ID type, const void* data, uint32_t size);
 [[nodiscard]] tERROR AddValueFromText(KeyNode* key, const char* name, tag_TYPE_ID type, const char* text);
+// The same with a counted name, which need not end in a zero byte.
+[[nodiscard]] tERROR AddValueFromText(KeyNode* key, const char* name, size_t name_length, tag_TYPE_ID type,
+                                      const char* text);
 // ErrBadParameter for a null name; ErrAlreadyExists when FindValue finds it.
 [[nodiscard]] tERROR AddUniqueValue(KeyNode* key, const char* name, tag_TYPE_ID type, const void* data,
                                     uint32_t size);

@@ -1,5 +1,6 @@
 #include "values/text_rules.h"
 
+#include <array>
 #include <cctype>
 #include <charconv>
 #include <climits>
@@ -10,18 +11,21 @@
 namespace propmap {
 namespace {
 
-// Most stored numbers are plain digits. Up to 19 of them cannot overflow 64
-// bits, and for such a text strtoul, strtoull and strtol all give exactly
-// this value, so the C library's conversion (and its locale and base
+// Most stored numbers are plain digits. When their value fits 64 bits,
+// strtoul, strtoull and strtol (within its range) all give exactly that
+// value, so the C library's conversion (and its locale, base and overflow
 // handling) is needed only for everything else.
-constexpr size_t kPlainDigitsMax = 19;
+constexpr size_t kPlainDigitsMax = 20;
 
 bool PlainDecimal(const char* text, uint64_t* out) {
   uint64_t value = 0;
   size_t count = 0;
   for (; text[count] >= '0' && text[count] <= '9'; ++count) {
     if (count == kPlainDigitsMax) return false;
-    value = value * 10 + static_cast<uint64_t>(text[count] - '0');
+    if (__builtin_mul_overflow(value, uint64_t{10}, &value) ||
+        __builtin_add_overflow(value, static_cast<uint64_t>(text[count] - '0'), &value)) {
+      return false;
+    }
   }
   if (count == 0 || text[count] != '\0') return false;
   *out = value;
@@ -44,13 +48,20 @@ bool PlainDouble(const char* text, double* out) {
   return std::from_chars(text, p, *out).ec == std::errc();
 }
 
-// 0..15 for a hexadecimal digit of either case, -1 otherwise.
-constexpr int HexDigit(char c) {
+// 0..15 for a hexadecimal digit of either case, -1 otherwise; a table, as
+// binary values are read two digits a byte.
+constexpr int HexDigitSlow(int c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;
   return -1;
 }
+constexpr auto kHexDigits = [] {
+  std::array<int8_t, 256> table{};
+  for (int c = 0; c < 256; ++c) table[static_cast<size_t>(c)] = static_cast<int8_t>(HexDigitSlow(c));
+  return table;
+}();
+inline int HexDigit(char c) { return kHexDigits[static_cast<unsigned char>(c)]; }
 
 // The shared steps of the unsigned and signed rules; `convert` is strtoul,
 // strtoull or strtol and `overflowed` tells whether a base-16 result is one
@@ -127,6 +138,13 @@ tERROR ParseDoubleText(const char* text, double* inout) {
 
 tERROR ParseBooleanText(const char* text, uint32_t* out) {
   if (text == nullptr) return ErrBadParameter;
+  // Digits without a leading zero read the same in base 10 as strtoul's base
+  // 0 does, and "0" is 0; every other number keeps the C library's reading.
+  if (uint64_t plain = 0; (text[0] >= '1' && text[0] <= '9' && PlainDecimal(text, &plain)) ||
+                          (text[0] == '0' && text[1] == '\0')) {
+    *out = static_cast<uint32_t>(plain);
+    return ResultOk;
+  }
   auto space = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
   const char* token = text;
   while (space(*token)) ++token;

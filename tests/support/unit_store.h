@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -44,7 +45,11 @@ class TraceCapture {
     for (size_t at; (at = f.find("%terr")) != std::string::npos;) f.replace(at, 5, "%08X");
     char text[512];
     std::vsnprintf(text, sizeof text, f.c_str(), args);
-    if (level != kTraceOperation) Lines().push_back(std::to_string(level) + " " + text);
+    if (level == kTraceOperation) return ResultOk;
+    // Concurrent saves trace from several threads at once.
+    static std::mutex lock;
+    std::lock_guard<std::mutex> hold(lock);
+    Lines().push_back(std::to_string(level) + " " + text);
     return ResultOk;
   }
   static tERROR QueryService(void*, void** out, uint32_t, uint32_t service, uint32_t) {

@@ -5,6 +5,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
@@ -72,6 +73,15 @@ TEST(TextRulesTest, PlainAndOtherTextsParseAsTheCLibraryDoes) {
   EXPECT_EQ(ParseSignedText("2147483648", INT32_MAX, &signed_value), ErrBadParameter);
   EXPECT_EQ(ParseSignedText("9223372036854775807", INT64_MAX, &signed_value), ResultOk);
   EXPECT_EQ(signed_value, INT64_MAX);
+}
+
+TEST(TextRulesTest, BooleanNumbersReadAsStrtoulInAnyBase) {
+  for (const char* text : {"0", "1", "9", "10", "010", "0x1F", "4294967297", "18446744073709551615",
+                           "99999999999999999999", "1x"}) {
+    uint32_t value = 77;
+    ASSERT_EQ(ParseBooleanText(text, &value), ResultOk) << text;
+    EXPECT_EQ(value, static_cast<uint32_t>(std::strtoul(text, nullptr, 0))) << text;
+  }
 }
 
 TEST(TextRulesTest, DoublesParseAsSscanf) {

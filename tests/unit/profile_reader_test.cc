@@ -74,6 +74,9 @@ const ReadCase kNativeCases[] = {
     {Native("<tSTRING name='s'>a\r\nb</tSTRING>"), ResultOk, "s:tSTRING=a\r\nb;"},
     {Native("<tSTRING name='s'>x<b>y</b>z</tSTRING><tDWORD name='d'>1</tDWORD>"), ResultOk,
      "s:tSTRING=x;d:tDWORD=1;"},
+    // Names are decoded, and end at a raw zero byte as a terminated copy would.
+    {Native("<key name='a&amp;b/c'/><tDWORD name='x&lt;y'>1</tDWORD>"), ResultOk, "x<y:tDWORD=1;a&b{c{}}"},
+    {Native(std::string("<tDWORD name='ab\0cd'>1</tDWORD>", 32)), ResultOk, "ab:tDWORD=1;"},
     {Native("<tDWORD>1</tDWORD>"), ErrBadParameter, ""},
     {Native("<tSTRING name='s'/>"), ErrBadDocument, ""},
     {Native("<tFOO name='s'>x</tFOO>"), ErrBadParameter, ""},

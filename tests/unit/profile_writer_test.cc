@@ -2,11 +2,13 @@
 // and comparing the whole document (lines joined with CR LF).
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "profile_xml/document.h"
+#include "profile_xml/xml_escape.h"
 #include "tree_fixture.h"
 
 namespace propmap::testing {
@@ -111,6 +113,41 @@ TEST_F(ProfileWriterTest, StopsAtTheFirstFailure) {
   PropertiesTree empty;
   ResetTree(&empty);
   EXPECT_EQ(WriteProfileDocument(&empty, &out), ErrNotImplemented);
+}
+
+// Clean words are copied whole: a special byte at every offset of a text
+// longer than two words must come out as the byte-wise rule gives it.
+TEST(EscapeTest, SpecialBytesAtEveryOffset) {
+  auto reference = [](const std::string& text) {
+    std::string out;
+    for (char c : text) {
+      const auto code = static_cast<unsigned char>(c);
+      if (c == '"') out += "&quot;";
+      else if (c == '&') out += "&amp;";
+      else if (c == '\'') out += "&apos;";
+      else if (c == '<') out += "&lt;";
+      else if (c == '>') out += "&gt;";
+      else if (code >= 1 && code < 32 && c != '\n' && c != '\r') {
+        char hex[8];
+        std::snprintf(hex, sizeof hex, "&#x%X;", code);
+        out += hex;
+      }
+      else out += c;
+    }
+    return out;
+  };
+  for (char special : {'"', '&', '\'', '<', '>', '\t', '\x01', '\x1f', '\n', '\r', '\x7f', '\x80', '\0', '!', '='}) {
+    for (size_t at = 0; at < 19; ++at) {
+      std::string text(19, 'a');
+      text[at] = special;
+      std::string out = "x";
+      {
+        xml::TextSink sink(&out);
+        xml::EscapeAppend(text.data(), text.size(), &sink);
+      }
+      ASSERT_EQ(out, "x" + reference(text)) << static_cast<int>(special) << " at " << at;
+    }
+  }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // against a plain reference answer.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -71,6 +72,10 @@ TEST(NamesTest, TypeIdFromNameAgreesWithTableScanAroundEveryName) {
     for (int c = 1; c < 256; ++c) ASSERT_EQ(Lookup(name + char(c), name.size() + 1), ScanNames(name + char(c)));
   }
   EXPECT_EQ(named, 47);
+  // Names that the document format spells, pinned where no other test writes them.
+  for (auto [name, id] : {std::pair{"tDOUBLE", 32u}, {"tCHAR", 7u}, {"tMSGCLS_ID", 63u}, {"tBINARY", 48u}, {"tTYPE_ID", 54u}}) {
+    EXPECT_EQ(Lookup(name, std::strlen(name)), id) << name;
+  }
   EXPECT_EQ(Lookup("tdword", 6), 0u);
   EXPECT_EQ(TypeIdFromName("tINT\0", 5), 0u);  // a NUL inside the count is a byte like any other
 }

@@ -5,6 +5,7 @@
 // and root changes are checked through the module (tests/host).
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <functional>
 #include <sstream>
 
@@ -50,6 +51,9 @@ TEST_F(PathTest, SeparatorsDoubledTrailingAndSlashFirst) {
     uint32_t created;
     const char* children;
   } creates[] = {
+      {"", "a/", false, "a", 1, "a"},
+      {"", "", true, "<root>", 0, ""},
+      {"", "a\\b", false, "b", 1, "a"},
       {"", "a//b", false, "a", 1, "a"},  // the doubled separator ends the walk
       {"", "/x", false, "<root>", 0, ""},
       {"a/b", "a\\b/c", false, "c", 0, "a"},             // continues at the existing a/b
@@ -75,6 +79,30 @@ TEST_F(PathTest, SeparatorsDoubledTrailingAndSlashFirst) {
   EXPECT_EQ(parent, FindKey(root(), "a"));
   EXPECT_EQ(FindKey(root(), "", &parent), root());
   EXPECT_EQ(parent, FindKey(root(), "a"));  // not written for the empty path
+}
+
+// Key paths below a base, into buffers around the size needed.
+TEST_F(PathTest, KeyPathSizesAndBuffers) {
+  KeyNode* b = Open("a/b");
+  KeyNode* a = FindKey(root(), "a");
+  uint32_t pos = 0;
+  EXPECT_EQ(GetKeyPath(&tree_, root(), b, nullptr, 0, &pos, '\\'), ResultOk);
+  EXPECT_EQ(pos, 3u);
+  char buf[8];
+  for (uint32_t size : {2u, 3u}) {
+    std::memset(buf, 'X', sizeof buf);
+    pos = 0;
+    EXPECT_EQ(GetKeyPath(&tree_, root(), b, buf, size, &pos, '\\'), size < 3 ? ErrBufferTooSmall : ResultOk);
+  }
+  EXPECT_STREQ(buf, "a\\b");  // the NUL goes to buf[3]
+  EXPECT_EQ(buf[4], 'X');
+  pos = 0;
+  EXPECT_EQ(GetKeyPath(&tree_, a, b, buf, 7, &pos, '/'), ResultOk);  // a named base comes first
+  EXPECT_STREQ(buf, "a/b");
+  pos = 5;
+  EXPECT_EQ(GetKeyPath(&tree_, a, Open("c"), buf, 7, &pos, '\\'), ErrNotApplicable);
+  EXPECT_EQ(pos, 5u);
+  EXPECT_EQ(GetKeyPath(&tree_, root(), nullptr, buf, 7, &pos, '\\'), ErrBadParameter);
 }
 
 TEST_F(PathTest, ForcedDuplicatesEnumerateBothAndFindTheFirst) {
@@ -131,6 +159,7 @@ TEST_F(PathTest, IndexLookupAfterBackStepsAndChanges) {
   EXPECT_STREQ(GetKeyByIndex(root(), 2)->name, "d");
   EXPECT_EQ(RemoveKeyByPath(root(), "B"), ResultOk);
   EXPECT_EQ(RemoveKeyByPath(root(), "b"), ErrNotFound);
+  EXPECT_EQ(RemoveKeyByPath(root(), nullptr), ErrBadParameter);
   EXPECT_EQ(RemoveKeyByIndex(root(), 2), ErrNotFound);
   EXPECT_EQ(ChildNames(root()), (std::vector<std::string>{"c", "d"}));
 }
@@ -217,7 +246,11 @@ TEST_F(PathTest, UnnamedKeysAndInitTree) {
 
   PropertiesTree other;
   ResetTree(&other);
+  uint32_t pos = 0;  // a tree without a root refuses
   EXPECT_EQ(ResolveKey(&other, nullptr), nullptr);
+  EXPECT_EQ(SetCurrentKey(&other, nullptr), ErrNotImplemented);
+  EXPECT_EQ(SetCurrentKeyByPath(&other, ""), ErrNotImplemented);
+  EXPECT_EQ(GetKeyPath(&other, nullptr, nullptr, nullptr, 0, &pos, '\\'), ErrNotImplemented);
   iObj placeholder{PlaceholderObjTable()};
   EXPECT_EQ(InitTree(&other, &placeholder), ErrNoMemory);
   heap_.FailAt(1);

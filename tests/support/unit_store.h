@@ -2,12 +2,14 @@
 // code: ObjectNew, the test heap's services, the name and flags, InitDone.
 // Trace lines of every store go to one list while a TraceCapture lives.
 //
-// Thread-safety: single-threaded test use.
+// Thread-safety: lines may be captured from several threads; everything else
+// is single-threaded test use.
 #pragma once
 
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -44,6 +46,8 @@ class TraceCapture {
     for (size_t at; (at = f.find("%terr")) != std::string::npos;) f.replace(at, 5, "%08X");
     char text[512];
     std::vsnprintf(text, sizeof text, f.c_str(), args);
+    static std::mutex mutex;  // stores with the locking property trace from several threads
+    std::lock_guard lock(mutex);
     if (level != kTraceOperation) Lines().push_back(std::to_string(level) + " " + text);
     return ResultOk;
   }

@@ -54,8 +54,7 @@ class SystemCallFaults {
     State().failed = 0;
   }
   void Clear() { FailNth(0, 0); }
-  // Calls counted since the last FailNth, and failures injected.
-  unsigned counted() const { return State().counted; }
+  // Failures injected since the last FailNth.
   unsigned failed() const { return State().failed; }
   unsigned calls(SysCall kind) const { return State().per_kind[static_cast<unsigned>(kind)]; }
   // Called before every call with its kind.
@@ -91,9 +90,10 @@ class SystemCallFaults {
   }
   static const SystemCallTable& Real() { return RealSystemCalls(); }
 
-  static int Open(const char* p, int fl, mode_t m) { return Inject(SysCall::kOpen) ? -1 : Real().open(p, fl, m); }
-  static int Openat(int d, const char* p, int fl, mode_t m) {
-    return Inject(SysCall::kOpenat) ? -1 : Real().openat(d, p, fl, m);
+  // A call of `kind` through the real table's `real` entry, or -1 when it is to fail.
+  template <SysCall kind, auto real, typename... Args>
+  static auto Pass(Args... args) -> decltype((Real().*real)(args...)) {
+    return Inject(kind) ? -1 : (Real().*real)(args...);
   }
   static int Close(int fd) {
     if (!Inject(SysCall::kClose)) return Real().close(fd);
@@ -110,26 +110,14 @@ class SystemCallFaults {
     if (!Inject(SysCall::kWrite)) return Real().write(fd, b, n);
     return State().error == kShortTransfer ? Real().write(fd, b, n / 2) : -1;
   }
-  static int Fsync(int fd) { return Inject(SysCall::kFsync) ? -1 : Real().fsync(fd); }
-  static int Fstat(int fd, struct stat* s) { return Inject(SysCall::kFstat) ? -1 : Real().fstat(fd, s); }
-  static int Fstatat(int d, const char* p, struct stat* s, int fl) {
-    return Inject(SysCall::kFstatat) ? -1 : Real().fstatat(d, p, s, fl);
-  }
-  static int Unlinkat(int d, const char* p, int fl) {
-    return Inject(SysCall::kUnlinkat) ? -1 : Real().unlinkat(d, p, fl);
-  }
-  static int Renameat(int fd, const char* f, int td, const char* t) {
-    return Inject(SysCall::kRenameat) ? -1 : Real().renameat(fd, f, td, t);
-  }
-  static int Mkdir(const char* p, mode_t m) { return Inject(SysCall::kMkdir) ? -1 : Real().mkdir(p, m); }
-  static int Fchmodat(int d, const char* p, mode_t m, int fl) {
-    return Inject(SysCall::kFchmodat) ? -1 : Real().fchmodat(d, p, m, fl);
-  }
-
+  using T = SystemCallTable;
   static constexpr SystemCallTable kTable = {
-      .open = &Open,         .openat = &Openat,     .close = &Close,       .read = &Read,
-      .write = &Write,       .fsync = &Fsync,       .fstat = &Fstat,       .fstatat = &Fstatat,
-      .unlinkat = &Unlinkat, .renameat = &Renameat, .mkdir = &Mkdir,       .fchmodat = &Fchmodat,
+      .open = &Pass<SysCall::kOpen, &T::open>,           .openat = &Pass<SysCall::kOpenat, &T::openat>,
+      .close = &Close,                                   .read = &Read,
+      .write = &Write,                                   .fsync = &Pass<SysCall::kFsync, &T::fsync>,
+      .fstat = &Pass<SysCall::kFstat, &T::fstat>,        .fstatat = &Pass<SysCall::kFstatat, &T::fstatat>,
+      .unlinkat = &Pass<SysCall::kUnlinkat, &T::unlinkat>, .renameat = &Pass<SysCall::kRenameat, &T::renameat>,
+      .mkdir = &Pass<SysCall::kMkdir, &T::mkdir>,        .fchmodat = &Pass<SysCall::kFchmodat, &T::fchmodat>,
   };
   const SystemCallTable* previous_ = nullptr;
 };

@@ -1,5 +1,5 @@
-// A tree on a counting test heap, and a canonical dump of a subtree for
-// before/after comparisons (names in list order, value types and bytes).
+// A tree on a counting test heap, and a readable dump of a subtree for
+// comparisons.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,30 +12,25 @@
 
 namespace propmap::testing {
 
-inline std::string DumpValue(const iValue* value) {
-  std::string out = std::to_string(value->GetTypeId()) + "=";
-  uint32_t count = 0;
-  if (Failed(value->GetData(nullptr, 0, &count))) return out + "?";
-  std::vector<unsigned char> bytes(count);
-  if (count != 0 && Failed(value->GetData(bytes.data(), count, &count))) return out + "?";
-  static const char kHex[] = "0123456789abcdef";
-  for (unsigned char b : bytes) {
-    out += kHex[b >> 4];
-    out += kHex[b & 15];
-  }
-  return out;
+inline std::string ValueText(const iValue* value) {
+  uint32_t length = 0;
+  if (Failed(value->GetText(nullptr, 0, &length))) return "?";
+  std::vector<char> text(length + 1, '\0');
+  if (Failed(value->GetText(text.data(), length, &length))) return "?";
+  return std::string(text.data());
 }
 
-// Keys as "name{values;[counts]children}", depth-first in list order.
-inline std::string DumpTree(KeyNode* key) {
-  std::string out = std::string(key->name != nullptr ? key->name : "<null>") + "{";
+// Values as name:type=text, then sub-keys as name{...}, in list order.
+inline std::string DescribeKey(KeyNode* key) {
+  std::string out;
   for (ListLink* l = key->values.next; l != &key->values; l = l->next) {
-    ValueEntry* e = EntryFrom(l);
-    out += std::string(e->name) + ":" + DumpValue(e->value) + ";";
+    const ValueEntry* e = EntryFrom(l);
+    out += std::string(e->name) + ":" + TypeNameOf(e->value->GetTypeId()) + "=" + ValueText(e->value) + ";";
   }
-  out += "[" + std::to_string(key->key_count) + "/" + std::to_string(key->value_count) + "]";
-  for (KeyNode* c = key->FirstChild(); c != nullptr; c = key->NextChild(c)) out += DumpTree(c);
-  return out + "}";
+  for (KeyNode* c = key->FirstChild(); c != nullptr; c = key->NextChild(c)) {
+    out += std::string(c->name) + "{" + DescribeKey(c) + "}";
+  }
+  return out;
 }
 
 class TreeTest : public ::testing::Test {

@@ -2,7 +2,8 @@
 // code: ObjectNew, the test heap's services, the name and flags, InitDone.
 // Trace lines of every store go to one list while a TraceCapture lives.
 //
-// Thread-safety: single-threaded test use.
+// Thread-safety: lines may be captured from several threads; everything else
+// is single-threaded test use.
 #pragma once
 
 #include <cstdarg>
@@ -45,11 +46,9 @@ class TraceCapture {
     for (size_t at; (at = f.find("%terr")) != std::string::npos;) f.replace(at, 5, "%08X");
     char text[512];
     std::vsnprintf(text, sizeof text, f.c_str(), args);
-    if (level == kTraceOperation) return ResultOk;
-    // Concurrent saves trace from several threads at once.
-    static std::mutex lock;
-    std::lock_guard<std::mutex> hold(lock);
-    Lines().push_back(std::to_string(level) + " " + text);
+    static std::mutex mutex;  // stores with the locking property trace from several threads
+    std::lock_guard lock(mutex);
+    if (level != kTraceOperation) Lines().push_back(std::to_string(level) + " " + text);
     return ResultOk;
   }
   static tERROR QueryService(void*, void** out, uint32_t, uint32_t service, uint32_t) {

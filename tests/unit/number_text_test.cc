@@ -98,20 +98,5 @@ TEST(TextRulesTest, DoublesParseAsSscanf) {
   }
 }
 
-TEST(TextRulesTest, HexPairsTakeTwoDigitsOfEitherCase) {
-  const struct {
-    const char* text;
-    bool ok;
-    unsigned char first;
-  } rows[] = {{"0aFf", true, 0x0a}, {"ag", false, 0}, {"g0", false, 0}, {" 1", false, 0}, {"+1", false, 0}};
-  for (const auto& row : rows) {
-    unsigned char bytes[2] = {};
-    EXPECT_EQ(DecodeHexPairs(row.text, static_cast<uint32_t>(std::strlen(row.text) / 2), bytes), row.ok) << row.text;
-    if (row.ok) {
-      EXPECT_EQ(bytes[0], row.first) << row.text;
-    }
-  }
-}
-
 }  // namespace
 }  // namespace propmap

@@ -7,7 +7,6 @@
 
 #include "profile_xml/document.h"
 #include "tree_fixture.h"
-#include "tree_text.h"
 
 namespace propmap::testing {
 namespace {

@@ -1,18 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <tuple>
 
 #include "module/result_codes.h"
 #include "support/exception.h"
 
 namespace propmap {
 namespace {
-
-struct ExceptionCase {
-  const char* label;
-  ixo::Exception exception;
-  tERROR expected;
-};
 
 ixo::Exception With(std::initializer_list<ixo::ExceptionProperty> properties) {
   ixo::Exception e;
@@ -30,7 +25,7 @@ TEST(ResultFromExceptionTest, PropertiesDecideInOrder) {
   using ixo::kPropertyOsError;
   using ixo::kPropertyResult;
   using ixo::kPropertyText;
-  const ExceptionCase cases[] = {
+  const std::tuple<const char*, ixo::Exception, tERROR> cases[] = {
       {"result wins over everything", With({{"os.result", kPropertyOsError, 1u, {}},
                                              {"ixo.result", kPropertyResult, 0x8000D002u, {}}}),
        ErrNotFound},
@@ -49,9 +44,7 @@ TEST(ResultFromExceptionTest, PropertiesDecideInOrder) {
       {"no properties at all", ixo::Exception(), ErrUnknownException},
       {"length error", ixo::LengthError("ixo::basic_string_t constructor"), ErrUnknownException},
   };
-  for (const ExceptionCase& c : cases) {
-    EXPECT_EQ(ResultFromException(c.exception), c.expected) << c.label;
-  }
+  for (const auto& [label, exception, expected] : cases) EXPECT_EQ(ResultFromException(exception), expected) << label;
 }
 
 TEST(ResultFromErrnoTest, EveryMappedNumber) {
@@ -63,9 +56,7 @@ TEST(ResultFromErrnoTest, EveryMappedNumber) {
       {EOVERFLOW, 0x80000044}, {EROFS, 0x8006001E}, {EINTR, 0x80060004}, {65535, 0x8006FFFF},
       {65536, 0x80010100}, {0xFFFFFFFE, 0x80010100},
   };
-  for (auto [number, code] : rows) {
-    EXPECT_EQ(static_cast<uint32_t>(ResultFromErrno(number)), code) << "errno " << number;
-  }
+  for (auto [number, code] : rows) EXPECT_EQ(static_cast<uint32_t>(ResultFromErrno(number)), code) << number;
 }
 
 }  // namespace

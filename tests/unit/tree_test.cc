@@ -1,0 +1,266 @@
+// The tree below the iRegistry layer, where the host tests cannot reach it:
+// slash-first path splitting, forced duplicates, the CDATA redirect, the
+// enumeration cache, deep clearing, and the lists and name indexes after
+// every failing allocation. Codes, names and paths of ordinary opens, walks
+// and root changes are checked through the module (tests/host).
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <functional>
+#include <sstream>
+
+#include "tree_fixture.h"
+
+namespace propmap::testing {
+namespace {
+
+std::vector<std::string> Split(const std::string& text) {
+  std::vector<std::string> parts;
+  std::stringstream in(text);
+  for (std::string part; std::getline(in, part, '|');) parts.push_back(part);
+  return parts;
+}
+
+class PathTest : public TreeTest {
+ protected:
+  void Setup(const char* paths) {
+    ClearKey(root());
+    for (const std::string& p : Split(paths)) ASSERT_NE(Open(p.c_str()), nullptr) << p;
+  }
+  std::string NameOf(KeyNode* key) { return key == nullptr ? "<none>" : key == root() ? "<root>" : key->name; }
+};
+
+TEST_F(PathTest, SeparatorsDoubledTrailingAndSlashFirst) {
+  const struct {
+    const char *setup, *path, *found;
+  } finds[] = {
+      {"Software/App", "SOFTWARE/app/", "App"},
+      {"Software/App", "Software//App", "Software"},
+      {"a/b/c", "a\\b/c", "<none>"},  // slash first: looks for a key named "a\b"
+      {"a/b/c", "a/b\\c", "c"},       // the rest holds no '/': split at the backslash
+  };
+  for (const auto& c : finds) {
+    Setup(c.setup);
+    EXPECT_EQ(NameOf(FindKey(root(), c.path)), c.found) << c.path;
+  }
+  // OpenOrCreateKey: the key returned, the created flag, root's children after.
+  const struct {
+    const char *setup, *path;
+    bool always;
+    const char* returned;
+    uint32_t created;
+    const char* children;
+  } creates[] = {
+      {"", "a/", false, "a", 1, "a"},
+      {"", "", true, "<root>", 0, ""},
+      {"", "a\\b", false, "b", 1, "a"},
+      {"", "a//b", false, "a", 1, "a"},  // the doubled separator ends the walk
+      {"", "/x", false, "<root>", 0, ""},
+      {"a/b", "a\\b/c", false, "c", 0, "a"},             // continues at the existing a/b
+      {"", "a\\b/c", false, "c", 1, "a\\b"},             // one key named "a\b"
+      {"a\\b/c", "a\\b/c", false, "c", 1, "a\\b|a\\b"},  // not found again: another one
+      {"k", "k", true, "k", 1, "k|k"},                   // forced duplicate
+      {"k/z", "k/z", true, "z", 1, "k|k"},               // only the first component is forced
+      {"\xc3\x84", "\xc3\xa4", false, "\xc3\xa4", 1, "\xc3\x84|\xc3\xa4"},  // no folding above 0x7F
+  };
+  for (const auto& c : creates) {
+    Setup(c.setup);
+    uint32_t created = 0;
+    EXPECT_EQ(NameOf(OpenOrCreateKey(root(), c.path, c.always, &created)), c.returned) << c.path;
+    EXPECT_EQ(created, c.created) << c.path;
+    EXPECT_EQ(ChildNames(root()), Split(c.children)) << c.path;
+  }
+  Setup("a/b/c|a\\b/c");
+  EXPECT_EQ(FindKeyView(root(), "a\\b/c", 5), FindKey(root(), "a/b/c"));
+  EXPECT_EQ(FindKeyView(root(), "a/bXX", 3), FindKey(root(), "a/b"));  // counted, not terminated
+  EXPECT_EQ(FindKeyView(root(), "anything", 0), root());
+  KeyNode* parent = nullptr;
+  EXPECT_EQ(FindKeyView(root(), "a/b", 3, &parent), FindKey(root(), "a/b"));
+  EXPECT_EQ(parent, FindKey(root(), "a"));
+  EXPECT_EQ(FindKey(root(), "", &parent), root());
+  EXPECT_EQ(parent, FindKey(root(), "a"));  // not written for the empty path
+}
+
+// Key paths below a base, into buffers around the size needed.
+TEST_F(PathTest, KeyPathSizesAndBuffers) {
+  KeyNode* b = Open("a/b");
+  KeyNode* a = FindKey(root(), "a");
+  uint32_t pos = 0;
+  EXPECT_EQ(GetKeyPath(&tree_, root(), b, nullptr, 0, &pos, '\\'), ResultOk);
+  EXPECT_EQ(pos, 3u);
+  char buf[8];
+  for (uint32_t size : {2u, 3u}) {
+    std::memset(buf, 'X', sizeof buf);
+    pos = 0;
+    EXPECT_EQ(GetKeyPath(&tree_, root(), b, buf, size, &pos, '\\'), size < 3 ? ErrBufferTooSmall : ResultOk);
+  }
+  EXPECT_STREQ(buf, "a\\b");  // the NUL goes to buf[3]
+  EXPECT_EQ(buf[4], 'X');
+  pos = 0;
+  EXPECT_EQ(GetKeyPath(&tree_, a, b, buf, 7, &pos, '/'), ResultOk);  // a named base comes first
+  EXPECT_STREQ(buf, "a/b");
+  pos = 5;
+  EXPECT_EQ(GetKeyPath(&tree_, a, Open("c"), buf, 7, &pos, '\\'), ErrNotApplicable);
+  EXPECT_EQ(pos, 5u);
+  EXPECT_EQ(GetKeyPath(&tree_, root(), nullptr, buf, 7, &pos, '\\'), ErrBadParameter);
+}
+
+TEST_F(PathTest, ForcedDuplicatesEnumerateBothAndFindTheFirst) {
+  KeyNode* first = OpenOrCreateKey(root(), "k", true);
+  KeyNode* second = OpenOrCreateKey(root(), "K", true);
+  EXPECT_EQ(FindKey(root(), "k"), first);
+  EXPECT_EQ(ChildNames(root()), (std::vector<std::string>{"k", "K"}));
+  EXPECT_EQ(GetKeyByIndex(root(), 1), second);
+  // Removal unindexes by name: removing the second drops the first's index entry.
+  RemoveKey(root(), second, false);
+  EXPECT_EQ(FindKey(root(), "k"), nullptr);
+  EXPECT_EQ(GetKeyCount(root()), 1u);
+}
+
+TEST_F(PathTest, RedirectMarkerLeadsToNonameOfSameNamedKey) {
+  KeyNode* sub = Open("Text");
+  ASSERT_EQ(AddValue(root(), "text", tSTRING, "![CDATA[", 8), ResultOk);
+  EXPECT_EQ(FindValue(root(), "TEXT")->GetTypeId(), tSTRING);  // no "noname" below: the marker itself
+  ASSERT_EQ(AddValue(sub, "noname", tSTRING, "payload", 7), ResultOk);
+  EXPECT_EQ(FindValue(root(), "text"), FindValue(sub, "noname"));
+  ASSERT_EQ(AddValue(root(), "other", tSTRING, "![CDATA", 7), ResultOk);
+  ASSERT_EQ(AddValue(Open("other"), "noname", tSTRING, "payload", 7), ResultOk);
+  EXPECT_EQ(FindValue(root(), "other"), FindValueEntry(root(), "other", 5)->value);
+}
+
+// What the reader relies on below the iRegistry checks (which the host tests
+// cover): AddValue adds equal names again, lookups find the first of them.
+TEST_F(PathTest, EqualValueNamesAndUniqueAdds) {
+  AddDword(root(), "Beta", 1);
+  AddDword(root(), "alpha", 2);
+  uint32_t v = 2;
+  EXPECT_EQ(AddUniqueValue(root(), "ALPHA", tDWORD, &v, 4), ErrAlreadyExists);
+  EXPECT_EQ(AddUniqueValue(root(), nullptr, tDWORD, &v, 4), ErrBadParameter);
+  EXPECT_EQ(AddValue(root(), nullptr, tDWORD, &v, 4), ErrBadParameter);
+  EXPECT_EQ(AddValue(root(), "Alpha", tDWORD, &v, 4), ResultOk);
+  EXPECT_EQ(AddValueAt(root(), 1, tDWORD, &v, 4), ErrAlreadyExists);
+  EXPECT_EQ(FindValue(root(), "ALPHA"), GetValueByIndex(root(), 1));
+  EXPECT_EQ(RemoveValue(root(), "alpha"), ResultOk);
+  EXPECT_STREQ(GetValueNameByIndex(root(), 1), "Alpha");
+}
+
+// Enumeration by index stays right when the index goes back and after changes.
+TEST_F(PathTest, IndexLookupAfterBackStepsAndChanges) {
+  KeyNode* a = Open("a");
+  KeyNode* b = Open("b");
+  KeyNode* c = Open("c");
+  EXPECT_EQ(GetKeyByIndex(root(), 0), a);
+  EXPECT_EQ(GetKeyByIndex(root(), 2), c);
+  EXPECT_EQ(GetKeyByIndex(root(), 1), b);  // restarts from the first
+  EXPECT_EQ(GetKeyByIndex(root(), 3), nullptr);
+  ASSERT_EQ(RemoveKeyByIndex(root(), 0), ResultOk);
+  EXPECT_EQ(GetKeyByIndex(root(), 1), c);
+  Open("d");
+  EXPECT_STREQ(GetKeyByIndex(root(), 2)->name, "d");
+  EXPECT_EQ(RemoveKeyByPath(root(), "B"), ResultOk);
+  EXPECT_EQ(RemoveKeyByPath(root(), "b"), ErrNotFound);
+  EXPECT_EQ(RemoveKeyByPath(root(), nullptr), ErrBadParameter);
+  EXPECT_EQ(RemoveKeyByIndex(root(), 2), ErrNotFound);
+  EXPECT_EQ(ChildNames(root()), (std::vector<std::string>{"c", "d"}));
+}
+
+TEST_F(PathTest, ClearingAChainOfOneHundredThousandKeys) {
+  KeyNode* key = root();
+  for (int i = 0; i < 100000; ++i) {
+    ASSERT_NE(key = OpenOrCreateKey(key, "k", false), nullptr);
+    if (i % 1000 == 0) AddDword(key, "v", static_cast<uint32_t>(i));
+  }
+  ClearCurrentKey(&tree_);
+  EXPECT_EQ(DescribeKey(root()), "");
+  EXPECT_EQ(GetKeyCount(root()), 0u);
+  EXPECT_EQ(heap_.live_blocks(), 2u);  // only the root key and its name
+  EXPECT_NE(Open("again/and"), nullptr);  // the cleared key is fully usable again
+}
+
+// Counts match the lists and every indexed name leads to a listed key/value.
+void ExpectConsistent(KeyNode* key) {
+  size_t keys = 0, values = 0;
+  for (KeyNode* c = key->FirstChild(); c != nullptr; c = key->NextChild(c), ++keys) ExpectConsistent(c);
+  for (ListLink* l = key->values.next; l != &key->values; l = l->next) ++values;
+  ASSERT_EQ(keys, key->key_count);
+  ASSERT_EQ(values, key->value_count);
+  for (const auto& [name, node] : key->key_index) ASSERT_EQ(FindParent(key, node), key);
+  for (ValueEntry* e : key->value_index) ASSERT_TRUE(IsLinked(e));
+}
+
+// Every add fails at each of its allocations in turn (n = 1, 2, ... until it
+// succeeds): the tree stays as it was, consistent, and nothing leaks.
+TEST_F(PathTest, AddingValuesUnderEveryFailingAllocation) {
+  KeyNode* key = Open("k");
+  AddDword(key, "existing", 7);
+  const std::string before = DescribeKey(root());
+  const std::function<tERROR()> adds[] = {
+      [&] { return AddValue(key, "new", tDWORD, "\1\2\3\4", 4); },
+      [&] { return AddValue(key, "new", tSTRING, "some text", 10); },
+      [&] { return AddValue(key, "new", tBINARY, "\1\2\3", 3); },
+      [&] { return AddUniqueValue(key, "new", tDWORD, "\1\2\3\4", 4); },
+      [&] { return AddValueAt(key, 1, tQWORD, "\0\0\0\0\0\0\0\1", 8); },
+  };
+  for (size_t i = 0; i < std::size(adds); ++i) {
+    uint64_t n = 1;
+    for (;; ++n) {
+      heap_.FailAt(n);
+      const tERROR err = adds[i]();
+      const bool injected = heap_.failed_any();
+      heap_.FailAt(0);
+      ExpectConsistent(root());
+      if (!injected) break;
+      EXPECT_EQ(err, ErrNoMemory) << i;
+      EXPECT_EQ(DescribeKey(root()), before) << i;
+    }
+    EXPECT_GE(n, 3u) << i;  // entry, value object, ...
+    ASSERT_EQ(RemoveValueByIndex(key, 1), ResultOk);
+  }
+  // Forced creation under every failing allocation keeps the tree consistent.
+  for (uint64_t n = 1; n < 100; ++n) {
+    heap_.FailAt(n);
+    const bool made = OpenOrCreateKey(root(), "dup", true) != nullptr;
+    const bool injected = heap_.failed_any();
+    heap_.FailAt(0);
+    ExpectConsistent(root());
+    if (made && !injected) break;
+  }
+}
+
+// A name that cannot be copied leaves the key unnamed and unindexed instead
+// of failing; InitTree fails whole.
+TEST_F(PathTest, UnnamedKeysAndInitTree) {
+  for (bool always : {true, false}) {
+    heap_.FailAt(2);  // the node comes first, then its name
+    uint32_t created = 0;
+    KeyNode* key = OpenOrCreateKey(root(), "lost", always, &created);
+    heap_.FailAt(0);
+    ASSERT_NE(key, nullptr);
+    EXPECT_EQ(key->name_length, 0u);
+    EXPECT_EQ(created, 1u);
+    EXPECT_EQ(FindKey(root(), "lost"), nullptr);
+  }
+  EXPECT_EQ(RemoveKeyByIndex(root(), 1), ResultOk);
+  EXPECT_NE(OpenOrCreateKey(root(), "lost", false), nullptr);
+  EXPECT_NE(FindKey(root(), "lost"), nullptr) << "made afresh, properly named";
+
+  PropertiesTree other;
+  ResetTree(&other);
+  uint32_t pos = 0;  // a tree without a root refuses
+  EXPECT_EQ(ResolveKey(&other, nullptr), nullptr);
+  EXPECT_EQ(SetCurrentKey(&other, nullptr), ErrNotImplemented);
+  EXPECT_EQ(SetCurrentKeyByPath(&other, ""), ErrNotImplemented);
+  EXPECT_EQ(GetKeyPath(&other, nullptr, nullptr, nullptr, 0, &pos, '\\'), ErrNotImplemented);
+  iObj placeholder{PlaceholderObjTable()};
+  EXPECT_EQ(InitTree(&other, &placeholder), ErrNoMemory);
+  heap_.FailAt(1);
+  EXPECT_EQ(InitTree(&other, heap_.host()), ErrNoMemory);
+  EXPECT_EQ(other.host, nullptr);  // nothing half-made: a retry works
+  ASSERT_EQ(InitTree(&other, heap_.host()), ResultOk);
+  EXPECT_EQ(InitTree(&other, heap_.host()), ErrNotImplemented);
+  DestroyTree(&other);
+  ++expected_empty_names_;
+}
+
+}  // namespace
+}  // namespace propmap::testing

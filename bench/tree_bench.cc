@@ -8,42 +8,18 @@
 #include <string>
 #include <vector>
 
+#include "malloc_heap.h"
 #include "tree/tree.h"
 
 namespace propmap {
 namespace {
 
-tERROR MallocAlloc(void*, void** out, uint32_t size) {
-  *out = std::malloc(size == 0 ? 1 : size);
-  return *out != nullptr ? ResultOk : ErrNoMemory;
-}
-tERROR MallocRealloc(void*, void** inout, void* old_block, uint32_t size) {
-  void* p = std::realloc(old_block, size == 0 ? 1 : size);
-  if (p == nullptr) return ErrNoMemory;
-  *inout = p;
-  return ResultOk;
-}
-tERROR MallocFree(void*, void* block) {
-  std::free(block);
-  return ResultOk;
-}
-
-struct MallocHeap {
-  MallocHeap() {
-    for (uint32_t i = 0; i < kObjTableEntries; ++i) table[i] = PlaceholderObjTable()[i];
-    table[kObjAlloc] = reinterpret_cast<void*>(&MallocAlloc);
-    table[kObjRealloc] = reinterpret_cast<void*>(&MallocRealloc);
-    table[kObjFree] = reinterpret_cast<void*>(&MallocFree);
-    obj.table = table;
-  }
-  void* table[kObjTableEntries];
-  iObj obj;
-};
+using bench::MallocHeap;
 
 struct Tree {
   explicit Tree(MallocHeap* heap) {
     ResetTree(&tree);
-    if (Failed(InitTree(&tree, &heap->obj))) std::abort();
+    if (Failed(InitTree(&tree, heap->host()))) std::abort();
   }
   ~Tree() { DestroyTree(&tree); }
   PropertiesTree tree;

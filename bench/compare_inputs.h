@@ -18,6 +18,7 @@
 #include <string_view>
 #include <vector>
 
+#include "settle_heap.h"
 #include "profile_generator.h"
 
 namespace propmap::bench {

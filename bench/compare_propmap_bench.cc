@@ -66,6 +66,7 @@ void BM_Load_propmap(benchmark::State& state) {
     auto store = OpenProfile(path);
     state.PauseTiming();
     store.reset();
+    SettleFreedBlocks();
     state.ResumeTiming();
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * Document(state.range(0)).size()));
@@ -146,6 +147,7 @@ void BM_Copy_propmap(benchmark::State& state) {
     if (prhost::Failed(source.CopyKey(0, target->object(), 0))) std::abort();
     state.PauseTiming();
     target.reset();
+    SettleFreedBlocks();
     state.ResumeTiming();
   }
 }

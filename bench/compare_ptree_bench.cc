@@ -62,6 +62,7 @@ void BM_Load_ptree(benchmark::State& state) {
     auto* tree = new ptree(Read(bytes));
     state.PauseTiming();
     delete tree;
+    SettleFreedBlocks();
     state.ResumeTiming();
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes.size()));
@@ -116,6 +117,7 @@ void BM_Copy_ptree(benchmark::State& state) {
     auto* copy = new ptree(tree);
     state.PauseTiming();
     delete copy;
+    SettleFreedBlocks();
     state.ResumeTiming();
   }
 }

@@ -31,6 +31,7 @@ void BM_Load_pugixml(benchmark::State& state) {
     Parse(doc, bytes);
     state.PauseTiming();
     delete doc;
+    SettleFreedBlocks();
     state.ResumeTiming();
   }
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes.size()));
@@ -101,6 +102,7 @@ void BM_Copy_pugixml(benchmark::State& state) {
     copy->reset(doc);
     state.PauseTiming();
     delete copy;
+    SettleFreedBlocks();
     state.ResumeTiming();
   }
 }

@@ -11,6 +11,7 @@
 
 #include "malloc_heap.h"
 #include "profile_generator.h"
+#include "settle_heap.h"
 #include "profile_xml/document.h"
 
 namespace propmap {
@@ -82,6 +83,7 @@ void BM_ReadProfile(benchmark::State& state) {
       if (Failed(ReadProfileDocument(&tree->tree, text.data(), text.size()))) std::abort();
       state.PauseTiming();
       delete tree;
+      bench::SettleFreedBlocks();
     }
     state.ResumeTiming();
   }

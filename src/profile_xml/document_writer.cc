@@ -12,6 +12,7 @@
 
 #include "profile_xml/document.h"
 #include "profile_xml/xml_escape.h"
+#include "values/value_base.h"
 
 namespace propmap {
 namespace {
@@ -58,11 +59,37 @@ const ElementTags& ValueElementTags(tag_TYPE_ID type) {
   return kTags[type];
 }
 
-// One line per value. `scratch` serves all values of the document. It is kept
-// all zeros between values, so that a text always ends in a zero byte and is
-// written up to its first one, also when a conversion writes fewer bytes than
-// it counts. A text that fits the buffer is converted in one call; only a
-// longer one needs the size query first, as the buffer then grows.
+// The text of a number goes straight into the output; a longer one (a
+// double far from 1) takes the general path.
+constexpr uint32_t kNumberRoom = 64;
+
+// Any other text goes through `scratch`, which serves all values of the
+// document. It is kept all zeros between values, so that a text always ends
+// in a zero byte and is written up to its first one, also when a conversion
+// writes fewer bytes than it counts. A text that fits the buffer is converted
+// in one call; only a longer one needs the size query first, as the buffer
+// then grows.
+tERROR AppendTextViaScratch(const iValue* value, xml::TextSink* output, std::vector<char>& scratch) {
+  uint32_t length = 0;
+  tERROR err = value->GetText(scratch.data(), static_cast<uint32_t>(scratch.size() - 1), &length);
+  if (err == ErrBufferTooSmall) {
+    scratch.assign(static_cast<size_t>(length) + 1, '\0');
+    err = value->GetText(scratch.data(), length, &length);
+  }
+  if (Failed(err)) return err;
+  scratch[length] = '\0';
+  xml::EscapeAppend(scratch.data(), xml::kUpToZero, output);
+  // Short texts are cleared at the buffer's first size, in one fixed store.
+  if (length < kScratchSize) {
+    std::memset(scratch.data(), 0, kScratchSize);
+  } else {
+    std::fill_n(scratch.data(), static_cast<size_t>(length) + 1, '\0');
+  }
+  return ResultOk;
+}
+
+// One line per value. A string's own characters are escaped in place and a
+// number is formatted straight into the output.
 tERROR WriteValues(KeyNode* key, xml::TextSink* output, size_t indent, std::vector<char>& scratch) {
   if (key->value_count == 0) return ResultOk;
   for (ListLink* link = key->values.next; link != &key->values; link = link->next) {
@@ -77,26 +104,30 @@ tERROR WriteValues(KeyNode* key, xml::TextSink* output, size_t indent, std::vect
       __builtin_prefetch(following->next);
     }
     const iValue* value = entry->value;
-    uint32_t length = 0;
-    tERROR err = value->GetText(scratch.data(), static_cast<uint32_t>(scratch.size() - 1), &length);
-    if (err == ErrBufferTooSmall) {
-      scratch.assign(static_cast<size_t>(length) + 1, '\0');
-      err = value->GetText(scratch.data(), length, &length);
-    }
-    if (Failed(err)) return err;
-    scratch[length] = '\0';
-
-    const ElementTags& tags = ValueElementTags(value->GetTypeId());
+    const tag_TYPE_ID type = value->GetTypeId();
+    const ElementTags& tags = ValueElementTags(type);
+    // A value whose text fails leaves no part of its line behind.
+    const size_t line_start = output->used();
     output->Spaces(indent);
     output->PutPadded<ElementTags::kPadded>(tags.open, tags.open_length);
     xml::AppendAttribute(output, "name", entry->name, entry->name_length);
     output->Put('>');
-    xml::EscapeAppend(scratch.data(), xml::kUpToZero, output);
-    // Short texts are cleared at the buffer's first size, in one fixed store.
-    if (length < kScratchSize) {
-      std::memset(scratch.data(), 0, kScratchSize);
-    } else {
-      std::fill_n(scratch.data(), static_cast<size_t>(length) + 1, '\0');
+
+    tERROR err = ErrBufferTooSmall;
+    if (type == tSTRING) {
+      xml::EscapeAppend(static_cast<const Value_Base<char*>*>(value)->chars(), xml::kUpToZero, output);
+      err = ResultOk;
+    } else if (HasNumberText(type)) {
+      char* const room = output->Room(kNumberRoom);
+      uint32_t length = 0;
+      err = value->GetText(room, kNumberRoom, &length);
+      // A number holds no zero byte; only a boolean counts its NUL.
+      if (Succeeded(err)) output->Advance(length != 0 && room[length - 1] == '\0' ? length - 1 : length);
+    }
+    if (err == ErrBufferTooSmall) err = AppendTextViaScratch(value, output, scratch);
+    if (Failed(err)) {
+      output->Rewind(line_start);
+      return err;
     }
     output->PutPadded<ElementTags::kPadded>(tags.close, tags.close_length);
     output->Put(kLineEnd);

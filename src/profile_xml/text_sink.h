@@ -32,6 +32,9 @@ class TextSink {
     return output_->data() + used_;
   }
   void Advance(size_t count) { used_ += count; }
+  // Bytes written so far; Rewind drops those after a mark taken from it.
+  size_t used() const { return used_; }
+  void Rewind(size_t mark) { used_ = mark; }
 
   void Put(char c) {
     *Room(1) = c;

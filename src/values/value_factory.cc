@@ -3,6 +3,7 @@
 #include <array>
 #include <cassert>
 #include <new>
+#include <type_traits>
 
 #include "values/value_classes.h"
 
@@ -12,11 +13,16 @@ namespace {
 struct ValueClass {
   uint32_t size = 0;                                  // 0: no class
   iValue* (*construct)(void* memory, iObj* owner) = nullptr;
+  bool number_text = false;
 };
 
 template <typename T, tag_TYPE_ID N>
 constexpr ValueClass ClassOf() {
-  return {sizeof(Value<T, N>), [](void* memory, iObj* owner) -> iValue* { return new (memory) Value<T, N>(owner); }};
+  // Numbers, booleans and the date's 64-bit number; a char is any byte.
+  constexpr bool kNumber = (std::is_arithmetic_v<T> && !std::is_same_v<T, char> && !std::is_same_v<T, wchar_t>) ||
+                           std::is_same_v<T, unsigned char[8]>;
+  return {sizeof(Value<T, N>), [](void* memory, iObj* owner) -> iValue* { return new (memory) Value<T, N>(owner); },
+          kNumber};
 }
 
 // Identifiers above the last class (tTYPE_ID) never have one.
@@ -72,6 +78,8 @@ static_assert(CountClasses() == 33, "the store holds exactly 33 types");
 }  // namespace
 
 bool HasValueClass(tag_TYPE_ID id) { return id < kClassTableSize && kClasses[id].construct != nullptr; }
+
+bool HasNumberText(tag_TYPE_ID id) { return id < kClassTableSize && kClasses[id].number_text; }
 
 iValue* CreateValue(iObj* host, tag_TYPE_ID id) {
   if (!HasValueClass(id)) return nullptr;

@@ -23,8 +23,9 @@ constexpr size_t kIndentStep = 4;
 constexpr size_t kScratchSize = 64;
 
 
-// A value's element name with its brackets, padded so that it can be copied
-// at a fixed size: "<tDWORD" and "</tDWORD>".
+// A value line's fixed pieces, padded so that each is copied at a fixed
+// size: "<tDWORD name=\"" before the value's name and "</tDWORD>\r\n" after
+// its text.
 struct ElementTags {
   static constexpr size_t kPadded = 32;
   char open[kPadded] = {};
@@ -41,17 +42,13 @@ const ElementTags& ValueElementTags(tag_TYPE_ID type) {
     for (tag_TYPE_ID id = 0; id < kTypeNameCount; ++id) {
       const char* name = TypeNames[id == tWSTRING ? tSTRING : id];
       if (name == nullptr) continue;
+      const std::string open = std::string("<") + name + " name=\"";
+      const std::string close = std::string("</") + name + ">" + std::string(kLineEnd);
       // Type names are far shorter than the padding.
-      const size_t length = std::min(std::strlen(name), ElementTags::kPadded - 3);
+      assert(open.size() < ElementTags::kPadded && close.size() < ElementTags::kPadded);
       ElementTags& t = tags[id];
-      t.open[0] = '<';
-      std::memcpy(t.open + 1, name, length);
-      t.open_length = length + 1;
-      t.close[0] = '<';
-      t.close[1] = '/';
-      std::memcpy(t.close + 2, name, length);
-      t.close[length + 2] = '>';
-      t.close_length = length + 3;
+      t.open_length = open.copy(t.open, ElementTags::kPadded);
+      t.close_length = close.copy(t.close, ElementTags::kPadded);
     }
     return tags;
   }();
@@ -59,9 +56,9 @@ const ElementTags& ValueElementTags(tag_TYPE_ID type) {
   return kTags[type];
 }
 
-// The text of a number goes straight into the output; a longer one (a
-// double far from 1) takes the general path.
-constexpr uint32_t kNumberRoom = 64;
+// Room first offered to a plain text; a longer one is asked for again at its
+// size.
+constexpr uint32_t kPlainRoom = 64;
 
 // Any other text goes through `scratch`, which serves all values of the
 // document. It is kept all zeros between values, so that a text always ends
@@ -89,7 +86,7 @@ tERROR AppendTextViaScratch(const iValue* value, xml::TextSink* output, std::vec
 }
 
 // One line per value. A string's own characters are escaped in place and a
-// number is formatted straight into the output.
+// plain text is converted straight into the output.
 tERROR WriteValues(KeyNode* key, xml::TextSink* output, size_t indent, std::vector<char>& scratch) {
   if (key->value_count == 0) return ResultOk;
   for (ListLink* link = key->values.next; link != &key->values; link = link->next) {
@@ -110,18 +107,25 @@ tERROR WriteValues(KeyNode* key, xml::TextSink* output, size_t indent, std::vect
     const size_t line_start = output->used();
     output->Spaces(indent);
     output->PutPadded<ElementTags::kPadded>(tags.open, tags.open_length);
-    xml::AppendAttribute(output, "name", entry->name, entry->name_length);
-    output->Put('>');
+    xml::EscapeAppend(entry->name, entry->name_length, output);
+    output->Put("\">");
 
     tERROR err = ErrBufferTooSmall;
     if (type == tSTRING) {
       xml::EscapeAppend(static_cast<const Value_Base<char*>*>(value)->chars(), xml::kUpToZero, output);
       err = ResultOk;
-    } else if (HasNumberText(type)) {
-      char* const room = output->Room(kNumberRoom);
+    } else if (HasPlainText(type)) {
+      // The room is zeroed first: a block counts a final NUL it never writes.
+      char* room = output->Room(kPlainRoom);
+      std::memset(room, 0, kPlainRoom);
       uint32_t length = 0;
-      err = value->GetText(room, kNumberRoom, &length);
-      // A number holds no zero byte; only a boolean counts its NUL.
+      err = value->GetText(room, kPlainRoom, &length);
+      if (err == ErrBufferTooSmall) {
+        room = output->Room(length);
+        std::memset(room, 0, length);
+        err = value->GetText(room, length, &length);
+      }
+      // Only a final NUL can be among the bytes counted.
       if (Succeeded(err)) output->Advance(length != 0 && room[length - 1] == '\0' ? length - 1 : length);
     }
     if (err == ErrBufferTooSmall) err = AppendTextViaScratch(value, output, scratch);
@@ -130,7 +134,6 @@ tERROR WriteValues(KeyNode* key, xml::TextSink* output, size_t indent, std::vect
       return err;
     }
     output->PutPadded<ElementTags::kPadded>(tags.close, tags.close_length);
-    output->Put(kLineEnd);
   }
   return ResultOk;
 }

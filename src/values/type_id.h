@@ -39,8 +39,9 @@ extern const char* const TypeNames[kTypeNameCount];
 // True for the 33 identifiers that have a value class.
 [[nodiscard]] bool HasValueClass(tag_TYPE_ID id);
 
-// True for the classes whose text is a plain number ("1", "-5", "2.500000"):
-// no byte of it is ever escaped and it holds no zero byte before its end.
-[[nodiscard]] bool HasNumberText(tag_TYPE_ID id);
+// True for the classes whose text is a number ("1", "-5", "2.500000") or hex
+// pairs ("0A1B"): no byte of it is ever escaped and it holds no zero byte
+// before its end.
+[[nodiscard]] bool HasPlainText(tag_TYPE_ID id);
 
 }  // namespace propmap

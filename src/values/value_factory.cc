@@ -13,16 +13,17 @@ namespace {
 struct ValueClass {
   uint32_t size = 0;                                  // 0: no class
   iValue* (*construct)(void* memory, iObj* owner) = nullptr;
-  bool number_text = false;
+  bool plain_text = false;
 };
 
 template <typename T, tag_TYPE_ID N>
 constexpr ValueClass ClassOf() {
-  // Numbers, booleans and the date's 64-bit number; a char is any byte.
-  constexpr bool kNumber = (std::is_arithmetic_v<T> && !std::is_same_v<T, char> && !std::is_same_v<T, wchar_t>) ||
-                           std::is_same_v<T, unsigned char[8]>;
+  // Numbers, booleans, the date's 64-bit number and blocks' hex pairs; a
+  // char is any byte.
+  constexpr bool kPlain = (std::is_arithmetic_v<T> && !std::is_same_v<T, char> && !std::is_same_v<T, wchar_t>) ||
+                          std::is_same_v<T, unsigned char[8]> || std::is_same_v<T, void*>;
   return {sizeof(Value<T, N>), [](void* memory, iObj* owner) -> iValue* { return new (memory) Value<T, N>(owner); },
-          kNumber};
+          kPlain};
 }
 
 // Identifiers above the last class (tTYPE_ID) never have one.
@@ -79,7 +80,7 @@ static_assert(CountClasses() == 33, "the store holds exactly 33 types");
 
 bool HasValueClass(tag_TYPE_ID id) { return id < kClassTableSize && kClasses[id].construct != nullptr; }
 
-bool HasNumberText(tag_TYPE_ID id) { return id < kClassTableSize && kClasses[id].number_text; }
+bool HasPlainText(tag_TYPE_ID id) { return id < kClassTableSize && kClasses[id].plain_text; }
 
 iValue* CreateValue(iObj* host, tag_TYPE_ID id) {
   if (!HasValueClass(id)) return nullptr;

@@ -4,6 +4,7 @@
 // common number, block and string forms (tests/host).
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -39,6 +40,8 @@ TEST_F(ProfileWriterTest, WritesExactBytes) {
     std::string expected;
   };
   const wchar_t wide[] = L"w\u00e9";
+  std::string ab_hex;
+  for (int i = 0; i < 40; ++i) ab_hex += "AB";
   const Case cases[] = {
       {"empty tree", [] {}, Lines({"<propertiesmap>", "</propertiesmap>"})},
       {"depth 3, sub-keys before values whatever the order of creation",
@@ -70,6 +73,16 @@ TEST_F(ProfileWriterTest, WritesExactBytes) {
       {"a text is cut at its first zero byte",
        [&] { AddData(root(), "s", tSTRING, "ab\0cd", 5); },
        Lines({"<propertiesmap>", "    <tSTRING name=\"s\">ab</tSTRING>", "</propertiesmap>"})},
+      {"texts longer than the first room offered (a 40-byte block, 2^200), a boolean",
+       [&] {
+         AddData(root(), "b", tBINARY, std::string(40, '\xAB').data(), 40);
+         const double big = -std::ldexp(1.0, 200);
+         AddData(root(), "d", tDOUBLE, &big, sizeof big);
+         AddText(root(), "t", tBOOL, "7");
+       },
+       Lines({"<propertiesmap>", "    <tBINARY name=\"b\">" + ab_hex + "</tBINARY>",
+              "    <tDOUBLE name=\"d\">-1606938044258990275541962092341162602522202993782792835301376.000000</tDOUBLE>",
+              "    <tBOOL name=\"t\">1</tBOOL>", "</propertiesmap>"})},
       {"wide strings are written as narrow ones",
        [&] { AddData(root(), "w", tWSTRING, wide, sizeof(wide) - sizeof(wchar_t)); },
        Lines({"<propertiesmap>", "    <tSTRING name=\"w\">w\xC3\xA9</tSTRING>", "</propertiesmap>"})},

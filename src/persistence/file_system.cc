@@ -1,8 +1,11 @@
 #include "persistence/file_system.h"
 
+#include <sys/file.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "persistence/system_calls.h"
 
@@ -111,13 +114,73 @@ tERROR RenameFile(const char* source, const char* target) {
 }
 
 tERROR MoveFile(const char* source, const char* target) {
-  const tERROR compared = CompareFiles(source, target);
-  if (compared == ResultOk) return ResultOk;
-  if (compared == ResultDone) {
-    tERROR err = RemoveFile(target);
-    if (Failed(err)) return err;
-  }
-  return RenameFile(source, target);
+  if (CompareFiles(source, target) == ResultOk) return ResultOk;
+  return ReplaceFile(source, target);
+}
+
+tERROR ReplaceFile(const char* source, const char* target) {
+  struct stat status;
+  if (Failed(FileStatus(source, &status))) return ErrFsNotDirectory;
+  PathHandle from;
+  PathHandle to;
+  tERROR err = from.Resolve(source);
+  if (Succeeded(err)) err = to.Resolve(target);
+  if (Failed(err)) return err;
+  return SystemCalls().renameat(from.dir(), from.name(), to.dir(), to.name()) != 0 ? LastError() : ResultOk;
+}
+
+tERROR LinkFile(const char* source, const char* target) {
+  PathHandle from;
+  PathHandle to;
+  tERROR err = from.Resolve(source);
+  if (Succeeded(err)) err = to.Resolve(target);
+  if (Failed(err)) return err;
+  return SystemCalls().linkat(from.dir(), from.name(), to.dir(), to.name(), 0) != 0 ? LastError() : ResultOk;
+}
+
+tERROR ReadLink(const char* path, std::string* target) {
+  PathHandle handle;
+  tERROR err = handle.Resolve(path);
+  if (Failed(err)) return err;
+  char buffer[kShortPathMax + 1];
+  const ssize_t n = SystemCalls().readlinkat(handle.dir(), handle.name(), buffer, sizeof buffer);
+  if (n < 0) return LastError();
+  if (static_cast<size_t>(n) == sizeof buffer) return ErrNameTooLong;
+  target->assign(buffer, static_cast<size_t>(n));
+  return ResultOk;
+}
+
+tERROR ChangeModeOf(int fd, mode_t mode, int* error_number) {
+  if (error_number != nullptr) *error_number = 0;
+  if (SystemCalls().fchmod(fd, mode) == 0) return ResultOk;
+  if (error_number != nullptr) *error_number = errno;
+  return LastError();
+}
+
+tERROR TruncateFile(int fd) { return SystemCalls().ftruncate(fd, 0) != 0 ? LastError() : ResultOk; }
+
+tERROR LockFile(int fd) {
+  int rc;
+  do {
+    rc = SystemCalls().flock(fd, LOCK_EX);
+  } while (rc != 0 && errno == EINTR);
+  return rc != 0 ? LastError() : ResultOk;
+}
+
+tERROR SyncDirectoryOf(const char* path) {
+  const char* slash = std::strrchr(path, '/');
+  std::string directory = slash == nullptr ? "." : slash == path ? "/" : std::string(path, slash);
+  PathHandle handle;
+  tERROR err = handle.Resolve(directory.c_str());
+  if (Failed(err)) return err;
+  int fd;
+  do {
+    fd = SystemCalls().openat(handle.dir(), handle.name(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+  } while (fd < 0 && errno == EINTR);
+  if (fd < 0) return LastError();
+  err = SyncFile(fd);
+  (void)CloseFile(fd);
+  return err;
 }
 
 namespace {
@@ -144,14 +207,16 @@ tERROR CopyContents(int in, int out, char* buffer) {
 
 tERROR CopyFile(const char* source, const char* target, bool exclusive) {
   int in = -1;
-  tERROR err = OpenFile(&in, source, O_RDONLY, 0);
+  tERROR err = OpenFile(&in, source, O_RDONLY | O_NOFOLLOW, 0);
   if (Failed(err)) return err;
   struct stat status;
   err = FileStatusOf(in, &status);
   int out = -1;
   if (Succeeded(err)) {
     const mode_t mode = status.st_mode & 07777 & ~static_cast<mode_t>(S_ISUID | S_ISGID);
-    err = OpenFile(&out, target, O_WRONLY | O_CREAT | (exclusive ? O_EXCL : O_TRUNC), mode);
+    err = OpenFile(&out, target, O_WRONLY | O_CREAT | O_NOFOLLOW | (exclusive ? O_EXCL : O_TRUNC), mode);
+    // Exactly the source's bits, whatever the umask took away.
+    if (Succeeded(err)) err = ChangeModeOf(out, mode);
   }
   if (Succeeded(err)) {
     char* buffer = static_cast<char*>(std::malloc(kCopyChunk));

@@ -19,6 +19,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "module/result_codes.h"
 
@@ -78,11 +79,26 @@ class PathHandle {
 // ErrFsNotDirectory when the source has no status, ErrFsExists when the
 // target exists (the system is not called), else rename.
 [[nodiscard]] tERROR RenameFile(const char* source, const char* target);
-// Rename that replaces a different existing target (removed first) and does
-// nothing when both names are the same unchanged file.
+// Does nothing when both names are the same unchanged file; otherwise
+// ReplaceFile.
 [[nodiscard]] tERROR MoveFile(const char* source, const char* target);
-// Copies in kCopyChunk pieces into a target made with the source's mode less
-// set-user-ID and set-group-ID; `exclusive` refuses an existing target
+// One rename(2) that replaces an existing target: the target name never
+// stops naming a file. ErrFsNotDirectory when the source has no status.
+[[nodiscard]] tERROR ReplaceFile(const char* source, const char* target);
+// Gives the source's file a second name (link(2), a final symbolic link is
+// not followed); ErrFsExists when the target exists.
+[[nodiscard]] tERROR LinkFile(const char* source, const char* target);
+// The text of the symbolic link `path`.
+[[nodiscard]] tERROR ReadLink(const char* path, std::string* target);
+// fchmod, ftruncate to 0 bytes, and flock(LOCK_EX) waiting for the holder.
+[[nodiscard]] tERROR ChangeModeOf(int fd, mode_t mode, int* error_number = nullptr);
+[[nodiscard]] tERROR TruncateFile(int fd);
+[[nodiscard]] tERROR LockFile(int fd);
+// fsync of the directory that holds `path`, so that a rename in it lasts.
+[[nodiscard]] tERROR SyncDirectoryOf(const char* path);
+// Copies in kCopyChunk pieces into a target given exactly the source's mode
+// less set-user-ID and set-group-ID; neither name's final symbolic link is
+// followed; `exclusive` refuses an existing target
 // (ErrFsExists), otherwise it is truncated. A write of 0 bytes fails with
 // ErrUnexpected. A copy that fails after making the target removes it.
 [[nodiscard]] tERROR CopyFile(const char* source, const char* target, bool exclusive);

@@ -32,11 +32,19 @@ tERROR PathHandle::Resolve(const char* path) {
   const char* rest = path;
   size_t remaining = length;
   char piece[kPiece];
+  // Past the start a '/' only separates: a run of them (a doubled separator
+  // at a cut) must never become an absolute name below the walked directory.
+  auto skip_separators = [&] {
+    while (remaining > 0 && *rest == '/') {
+      ++rest;
+      --remaining;
+    }
+  };
   while (remaining >= kPiece) {
     const void* slash = memrchr(rest, '/', kPiece);
     if (slash == nullptr) return ErrFsNoEntry;
-    const size_t size = static_cast<const char*>(slash) - rest;
-    // A leading '/' is the root directory itself.
+    const size_t size = static_cast<size_t>(static_cast<const char*>(slash) - rest);
+    // Only the path's own first byte can be a leading '/': the root itself.
     if (size == 0) {
       piece[0] = '/';
       piece[1] = '\0';
@@ -53,6 +61,7 @@ tERROR PathHandle::Resolve(const char* path) {
     dir_ = fd;
     rest += size + 1;
     remaining -= size + 1;
+    skip_separators();
   }
   owned_ = static_cast<char*>(std::malloc(remaining + 1));
   if (owned_ == nullptr) return ErrNoMemory;

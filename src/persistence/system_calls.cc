@@ -1,6 +1,7 @@
 #include "persistence/system_calls.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -27,6 +28,11 @@ constexpr SystemCallTable kReal = {
     .renameat = &::renameat,
     .mkdir = &::mkdir,
     .fchmodat = &::fchmodat,
+    .fchmod = &::fchmod,
+    .ftruncate = &::ftruncate,
+    .flock = &::flock,
+    .linkat = &::linkat,
+    .readlinkat = &::readlinkat,
 };
 
 const SystemCallTable* g_table = &kReal;

@@ -30,6 +30,11 @@ enum class SysCall : unsigned {
   kRenameat,
   kMkdir,
   kFchmodat,
+  kFchmod,
+  kFtruncate,
+  kFlock,
+  kLinkat,
+  kReadlinkat,
   kCount
 };
 
@@ -46,6 +51,11 @@ struct SystemCallTable {
   int (*renameat)(int from_dir, const char* from, int to_dir, const char* to);
   int (*mkdir)(const char* path, mode_t mode);
   int (*fchmodat)(int dir, const char* path, mode_t mode, int flags);
+  int (*fchmod)(int fd, mode_t mode);
+  int (*ftruncate)(int fd, off_t length);
+  int (*flock)(int fd, int operation);
+  int (*linkat)(int from_dir, const char* from, int to_dir, const char* to, int flags);
+  ssize_t (*readlinkat)(int dir, const char* path, char* buffer, size_t size);
 };
 // A new entry needs its enumerator, and a new enumerator its entry.
 static_assert(sizeof(SystemCallTable) == static_cast<size_t>(SysCall::kCount) * sizeof(void*));

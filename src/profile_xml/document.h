@@ -17,16 +17,22 @@
 
 namespace propmap {
 
+// Keys nested deeper than this cannot be read back, so none is written.
+inline constexpr size_t kMaxProfileDepth = 2048;
+
 // Reads `text` into the tree's root key. 0 on success; on failure the keys
 // and values read before the failure stay in the tree (no rollback).
 // Fails with ErrNotImplemented without a root key, ErrBadDocument for
 // malformed text, ErrBadParameter for a document that has no element or
-// whose elements are not a profile's, ErrIo beyond 2048 nested keys,
+// whose elements are not a profile's, ErrIo for keys deeper than
+// kMaxProfileDepth (a name of several parts counts each part),
 // ErrNoMemory, or whatever a value's set-from-text returns.
 [[nodiscard]] tERROR ReadProfileDocument(PropertiesTree* tree, const char* text, size_t length);
 
 // Appends the whole tree as a profile document to `output`. On failure the
-// output holds a partial document, which the caller discards.
+// output holds a partial document, which the caller discards. Fails with
+// ErrIo for a tree with keys deeper than kMaxProfileDepth, which the reader
+// would refuse, or with the code of a value whose text cannot be formed.
 [[nodiscard]] tERROR WriteProfileDocument(const PropertiesTree* tree, std::string* output);
 
 }  // namespace propmap

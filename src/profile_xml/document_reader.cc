@@ -3,6 +3,7 @@
 //
 // Nothing is rolled back: what was created before a failure stays in the
 // tree, and the caller decides what a partly read tree is worth.
+#include <algorithm>
 #include <cstring>
 #include <new>
 #include <string>
@@ -17,8 +18,9 @@ using xml::XmlAttribute;
 using xml::XmlCursor;
 using xml::XmlTag;
 
-// Deeper key elements are refused before recursing, which bounds the stack.
-constexpr int kMaxKeyDepth = 2048;
+// Deeper keys are refused before recursing, which bounds the stack; keys
+// made by the parts of one name count as deep as they lie.
+constexpr int kMaxKeyDepth = static_cast<int>(kMaxProfileDepth);
 
 constexpr std::string_view kRootElement = "propertiesmap";
 constexpr std::string_view kKeyElement = "key";
@@ -69,10 +71,14 @@ tERROR ReadKeyElement(KeyNode* key, XmlCursor* cursor, const XmlTag& tag, int de
   if (name == nullptr) return ErrBadParameter;
   const char* path = TerminatedName(*name, scratch);
   if (path == nullptr) return ErrBadDocument;
+  // An empty name is `key` itself; a name of several parts lies as deep.
+  const size_t levels = PathDepth(path);
+  const int sub_depth = depth + static_cast<int>(std::min<size_t>(levels, kMaxProfileDepth + 1));
+  if (levels > 1 && sub_depth > kMaxKeyDepth) return ErrIo;
   KeyNode* sub_key = OpenOrCreateKey(key, path, false);
   if (sub_key == nullptr) return ErrNoMemory;
   if (tag.self_closing()) return ResultOk;
-  return ReadKeyContents(sub_key, cursor, depth + 1, scratch);
+  return ReadKeyContents(sub_key, cursor, levels == 0 ? depth + 1 : sub_depth, scratch);
 }
 
 // A value element: the element name is the type, the content its text form.

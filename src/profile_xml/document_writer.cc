@@ -140,7 +140,8 @@ tERROR WriteValues(KeyNode* key, xml::TextSink* output, size_t indent, std::vect
 
 // Appends the sub-keys and values of `key` at `indent` spaces, the sub-keys'
 // own contents deeper. Walks with an explicit stack rather than recursion:
-// trees built through the registry have no depth limit.
+// trees built through the registry may be deeper than a document may be,
+// and are refused when the walk meets such a key.
 tERROR WriteKeyContents(KeyNode* key, xml::TextSink* output, size_t indent) {
   struct Frame {
     KeyNode* key;
@@ -153,6 +154,8 @@ tERROR WriteKeyContents(KeyNode* key, xml::TextSink* output, size_t indent) {
   while (!stack.empty()) {
     Frame& frame = stack.back();
     if (KeyNode* child = frame.next_child; child != nullptr) {
+      // The stack holds the child's ancestors: its depth below the root.
+      if (stack.size() > kMaxProfileDepth) return ErrIo;
       frame.next_child = frame.key->NextChild(child);
       // Asked for early, as with values: the sibling written next and this
       // key's first value entry.

@@ -16,7 +16,10 @@ tERROR RemoveWith(PropertiesMap* store, hKey handle, Work work) {
   KeyNode* key = Resolve(store, handle);
   if (key == nullptr) return ErrInvalidHandle;
   tERROR err = work(key);
-  if (Succeeded(err)) MarkDirty(store);
+  if (Succeeded(err)) {
+    MarkDirty(store);
+    MarkRemoved(store);
+  }
   return err;
 }
 
@@ -79,6 +82,7 @@ tERROR Clean(iRegistry* self) noexcept {
         if (!store->has_tree()) return ErrInvalidHandle;
         ClearCurrentKey(store->tree());
         MarkDirty(store);  // always, even when the key was already empty
+        MarkRemoved(store);
         return ResultOk;
       },
       [&](tERROR e) { TraceOperation(store, "Clean", e); });

@@ -23,8 +23,12 @@ tERROR Construct(PropertiesMap* store) {
   store->pending_root = nullptr;
   std::memset(&store->lock, 0, sizeof(store->lock));
   store->lock_created = 0;
-  store->dirty = 0;
+  store->keep_old_profile = 0;
   store->loaded = 0;
+  store->changes = 0;
+  store->saved_changes = 0;
+  store->removals = 0;
+  if (Failed(CreateSaveGuard(store))) return ErrUnexpected;
   return ResultOk;
 }
 
@@ -32,6 +36,7 @@ tERROR Destroy(PropertiesMap* store) noexcept {
   InstallModuleTables(store);
   if (HostObject* host = ModuleHost(); host != nullptr) store->obj.table = host->obj_table;
   DestroyStoreLock(store);
+  DestroySaveGuard(store);
   HeapFree(&store->obj, store->pending_root);
   store->pending_root = nullptr;
   using ixo::string_t;

@@ -7,8 +7,9 @@
 //
 // Thread-safety: configuration (properties, root settings) is the host's
 // business before and after service and takes no lock. In service, the tree,
-// its values, `pending_root` and `dirty` are protected by `lock` when the
-// locking flag is set and the lock exists; without it callers serialise.
+// its values and `pending_root` are protected by `lock` when the locking
+// flag is set and the lock exists; without it callers serialise. The change
+// counts are atomic; `save_guard` serialises saves.
 #pragma once
 
 #include <pthread.h>
@@ -58,12 +59,28 @@ struct PropertiesMap {
   char* pending_root;    // root point given before a tree exists (host heap)
   pthread_rwlock_t lock;
   uint8_t lock_created;
-  uint8_t dirty;         // the tree differs from the file
+  // A load that failed part-way: the next save keeps the file it could not
+  // read whole as the rolling backup, whatever the name and backup mode.
+  uint8_t keep_old_profile;
   uint8_t loaded;        // 1 after a successful load, 0 after a failed one
+  uint8_t save_guard_created;
   // Bytes of the document last read or written, in the padding after the
   // flags: a save reserves about this much at once instead of growing its
   // text step by step. Only a hint, read and written relaxed.
   uint32_t document_size;
+  // The store is dirty while these differ: `changes` counts every change of
+  // the tree, `saved_changes` is the count the profile last matched. A save
+  // reads `changes` with the text it builds, so a change made while it works
+  // on the files keeps the store dirty. Atomic: a copy marks its source
+  // under the shared lock.
+  uint64_t changes;
+  uint64_t saved_changes;
+  // Counts deletions, which may free keys a copy holds handles to.
+  uint64_t removals;
+  // One save of this store at a time, so that an older text never lands
+  // over a newer one. Error-checking: a save started from a trace callback
+  // inside a save on the same thread gets EDEADLK's code instead of hanging.
+  pthread_mutex_t save_guard;
 
   static PropertiesMap* From(void* object) { return static_cast<PropertiesMap*>(object); }
   static PropertiesMap* From(iRegistry* object) { return reinterpret_cast<PropertiesMap*>(object); }

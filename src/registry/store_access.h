@@ -15,16 +15,30 @@ inline KeyNode* Resolve(PropertiesMap* store, hKey handle) {
 
 inline hKey ToHandle(const KeyNode* key) { return reinterpret_cast<hKey>(key); }
 
-// The dirty flag is also set under the shared lock (a successful copy marks its
-// source), so every access is atomic.
+// Every change counts; the store is dirty while the count differs from the
+// one the profile last matched. Also counted under the shared lock (a
+// successful copy marks its source), so every access is atomic.
 inline void MarkDirty(PropertiesMap* store) {
-  std::atomic_ref<uint8_t>(store->dirty).store(1, std::memory_order_relaxed);
+  std::atomic_ref<uint64_t>(store->changes).fetch_add(1, std::memory_order_relaxed);
+}
+inline uint64_t ChangeCount(PropertiesMap* store) {
+  return std::atomic_ref<uint64_t>(store->changes).load(std::memory_order_relaxed);
 }
 inline bool IsDirty(PropertiesMap* store) {
-  return std::atomic_ref<uint8_t>(store->dirty).load(std::memory_order_relaxed) != 0;
+  return ChangeCount(store) != std::atomic_ref<uint64_t>(store->saved_changes).load(std::memory_order_relaxed);
 }
-inline void ClearDirty(PropertiesMap* store) {
-  std::atomic_ref<uint8_t>(store->dirty).store(0, std::memory_order_relaxed);
+// The profile now matches the tree as it was when `count` was read.
+inline void MarkSaved(PropertiesMap* store, uint64_t count) {
+  std::atomic_ref<uint64_t>(store->saved_changes).store(count, std::memory_order_relaxed);
+}
+inline void ClearDirty(PropertiesMap* store) { MarkSaved(store, ChangeCount(store)); }
+
+// A deletion may free keys that a copy reading between locks holds.
+inline void MarkRemoved(PropertiesMap* store) {
+  std::atomic_ref<uint64_t>(store->removals).fetch_add(1, std::memory_order_relaxed);
+}
+inline uint64_t RemovalCount(PropertiesMap* store) {
+  return std::atomic_ref<uint64_t>(store->removals).load(std::memory_order_relaxed);
 }
 
 inline bool IsReadOnly(const PropertiesMap* store) { return store->config.read_only != 0; }

@@ -67,6 +67,37 @@ StoreLock::~StoreLock() {
   pthread_rwlock_unlock(&held_->lock);
 }
 
+SaveGuard::SaveGuard(PropertiesMap* store) {
+  if (store->save_guard_created == 0) return;
+  const int rc = pthread_mutex_lock(&store->save_guard);
+  if (rc != 0) {
+    status_ = ResultFromErrno(static_cast<uint32_t>(rc));
+    return;
+  }
+  held_ = store;
+}
+
+SaveGuard::~SaveGuard() {
+  if (held_ != nullptr) pthread_mutex_unlock(&held_->save_guard);
+}
+
+tERROR CreateSaveGuard(PropertiesMap* store) {
+  pthread_mutexattr_t attributes;
+  pthread_mutexattr_init(&attributes);
+  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
+  const int rc = pthread_mutex_init(&store->save_guard, &attributes);
+  pthread_mutexattr_destroy(&attributes);
+  if (rc != 0) return ResultFromErrno(static_cast<uint32_t>(rc));
+  store->save_guard_created = 1;
+  return ResultOk;
+}
+
+void DestroySaveGuard(PropertiesMap* store) {
+  if (store->save_guard_created == 0) return;
+  pthread_mutex_destroy(&store->save_guard);
+  store->save_guard_created = 0;
+}
+
 tERROR CreateStoreLock(PropertiesMap* store) {
   if (store->config.locking == 0 || store->lock_created != 0) return ResultOk;
   pthread_rwlockattr_t attributes;

@@ -41,6 +41,26 @@ class StoreLock {
   tERROR status_ = ResultOk;
 };
 
+// Held for the whole of one save: saves of a store run one at a time.
+// status() is EDEADLK's code when this thread is already saving the store
+// (a trace callback that flushes), and then nothing is held.
+class SaveGuard {
+ public:
+  explicit SaveGuard(PropertiesMap* store);
+  ~SaveGuard();
+  SaveGuard(const SaveGuard&) = delete;
+  SaveGuard& operator=(const SaveGuard&) = delete;
+  [[nodiscard]] tERROR status() const { return status_; }
+
+ private:
+  PropertiesMap* held_ = nullptr;
+  tERROR status_ = ResultOk;
+};
+
+// The save guard lives from construction to destruction of the store.
+[[nodiscard]] tERROR CreateSaveGuard(PropertiesMap* store);
+void DestroySaveGuard(PropertiesMap* store);
+
 // Creates the writer-preferring, non-recursive lock when the locking flag is
 // set. Returns 0 also when no lock is wanted.
 [[nodiscard]] tERROR CreateStoreLock(PropertiesMap* store);

@@ -9,10 +9,14 @@ namespace propmap {
 
 namespace {
 
-// The buffer is part of the text contract: a text that does not fit would be
-// cut and stored back as a different number, so it stops the process.
-uint32_t Finish(char* buffer, std::to_chars_result result) {
-  if (result.ec != std::errc() || result.ptr >= buffer + NumberText::kCapacity) std::abort();
+// Integers always fit; a double that does not is reported, never cut (a cut
+// text would be stored back as a different number).
+uint32_t Finish(char* buffer, std::to_chars_result result, bool* fits) {
+  if (result.ec != std::errc() || result.ptr >= buffer + NumberText::kCapacity) {
+    *fits = false;
+    buffer[0] = '\0';
+    return 0;
+  }
   *result.ptr = '\0';
   return static_cast<uint32_t>(result.ptr - buffer);
 }
@@ -20,21 +24,21 @@ uint32_t Finish(char* buffer, std::to_chars_result result) {
 }  // namespace
 
 NumberText::NumberText(Unsigned, uint64_t value)
-    : length_(Finish(buffer_, std::to_chars(buffer_, buffer_ + kCapacity - 1, value))) {}
+    : length_(Finish(buffer_, std::to_chars(buffer_, buffer_ + kCapacity - 1, value), &fits_)) {}
 
 NumberText::NumberText(Signed, int64_t value)
-    : length_(Finish(buffer_, std::to_chars(buffer_, buffer_ + kCapacity - 1, value))) {}
+    : length_(Finish(buffer_, std::to_chars(buffer_, buffer_ + kCapacity - 1, value), &fits_)) {}
 
 // to_chars with a precision rounds exactly as printf does; only infinities
 // and NaNs, whose spelling printf decides, go through it.
 NumberText::NumberText(Fixed6, double value) {
   if (!std::isfinite(value)) {
     const int written = std::snprintf(buffer_, kCapacity, "%lf", value);
-    if (written < 0 || static_cast<size_t>(written) >= kCapacity) std::abort();
-    length_ = static_cast<uint32_t>(written);
+    length_ = written < 0 ? 0 : static_cast<uint32_t>(written);
     return;
   }
-  length_ = Finish(buffer_, std::to_chars(buffer_, buffer_ + kCapacity - 1, value, std::chars_format::fixed, 6));
+  length_ = Finish(buffer_, std::to_chars(buffer_, buffer_ + kCapacity - 1, value, std::chars_format::fixed, 6),
+                   &fits_);
 }
 
 }  // namespace propmap

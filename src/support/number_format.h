@@ -2,9 +2,9 @@
 // work buffer, without going through printf's format parsing.
 //
 // A NumberText lives on the caller's stack and owns its buffer; nothing is
-// allocated. The buffer is guarded: a text longer than 255
-// characters (which only a double of magnitude 1e248 and above can produce
-// with "%lf", 1e247 when negative) stops the process instead of being cut.
+// allocated. A text longer than 255 characters (which only a double of
+// magnitude 1e248 and above can produce with "%lf", 1e247 when negative) is
+// not formed: fits() is false and the text is empty, never cut.
 //
 // Thread-safety: a value object; formatting touches no shared state.
 #pragma once
@@ -33,10 +33,13 @@ class NumberText {
   const char* data() const { return buffer_; }
   // The text length without the NUL (at most kCapacity - 1).
   uint32_t length() const { return length_; }
+  // False for a double whose text would pass kCapacity - 1 characters.
+  bool fits() const { return fits_; }
 
  private:
   char buffer_[kCapacity];
   uint32_t length_ = 0;
+  bool fits_ = true;
 };
 
 }  // namespace propmap

@@ -157,6 +157,19 @@ KeyNode* OpenOrCreateKey(KeyNode* start, const char* path, bool always_create, u
   return current;
 }
 
+size_t PathDepth(const char* path) {
+  size_t depth = 0;
+  bool no_slash = false;
+  for (const char* rest = path; *rest != '\0';) {
+    const char* separator = FindSeparator(rest, &no_slash);
+    if (separator == rest) break;
+    ++depth;
+    if (separator == nullptr) break;
+    rest = separator + 1;
+  }
+  return depth;
+}
+
 ValueEntry* FindValueEntry(KeyNode* key, const char* name, size_t length) {
   // The empty name hashes to 0 without running the hash.
   NameKey probe{name, length, length != 0 ? HashName(name, length) : 0};

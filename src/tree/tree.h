@@ -111,6 +111,8 @@ void RemoveKey(KeyNode* parent, KeyNode* child, bool skip_index);
 // only for a key made directly below `start`.
 [[nodiscard]] KeyNode* OpenOrCreateKey(KeyNode* start, const char* path, bool always_create,
                                        uint32_t* created = nullptr);
+// How many keys deep OpenOrCreateKey(start, path, ...) lands below start.
+[[nodiscard]] size_t PathDepth(const char* path);
 // The value of that name, following the "![CDATA[" redirect.
 [[nodiscard]] iValue* FindValue(KeyNode* key, const char* name);
 // The entry of that name in the index (no redirect).

@@ -53,6 +53,8 @@ tERROR StringValue_Base<T>::GetText(char* buffer, uint32_t size, uint32_t* neede
     return CopyOut(&this->value_, 1, buffer, size, needed);
   } else {
     const NumberText text = FormatNumber<T>(this->value_);
+    // A double too long for the text form has none.
+    if (!text.fits()) return ErrNotApplicable;
     return CopyOut(text.data(), text.length(), buffer, size, needed);
   }
 }

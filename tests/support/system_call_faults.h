@@ -118,6 +118,9 @@ class SystemCallFaults {
       .fstat = &Pass<SysCall::kFstat, &T::fstat>,        .fstatat = &Pass<SysCall::kFstatat, &T::fstatat>,
       .unlinkat = &Pass<SysCall::kUnlinkat, &T::unlinkat>, .renameat = &Pass<SysCall::kRenameat, &T::renameat>,
       .mkdir = &Pass<SysCall::kMkdir, &T::mkdir>,        .fchmodat = &Pass<SysCall::kFchmodat, &T::fchmodat>,
+      .fchmod = &Pass<SysCall::kFchmod, &T::fchmod>,     .ftruncate = &Pass<SysCall::kFtruncate, &T::ftruncate>,
+      .flock = &Pass<SysCall::kFlock, &T::flock>,        .linkat = &Pass<SysCall::kLinkat, &T::linkat>,
+      .readlinkat = &Pass<SysCall::kReadlinkat, &T::readlinkat>,
   };
   const SystemCallTable* previous_ = nullptr;
 };

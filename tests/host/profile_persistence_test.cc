@@ -4,9 +4,12 @@
 // '%' warnings, long names, host streams and concurrent saves.
 #include <pthread.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -297,20 +300,20 @@ TEST_F(ProfilePersistenceTest, FlushOnCloseAndConcurrentSaves) {
   for (uint32_t t = 0; t < 2; ++t) {
     threads.emplace_back([&s, t] {
       for (uint32_t i = 0; i < 20; ++i) {
-        (void)s.client().SetString(0, "t" + std::to_string(t), std::to_string(i));
-        // The other thread's final move can land between this one's removal
-        // of the old profile and its rename, or remove the old profile
-        // first; the store then stays dirty.
-        const tERROR code = s.registry().Flush(0);
-        EXPECT_TRUE(code == kOk || code == kErrAlreadyExists || code == kErrFileNotFound) << FormatResult(code);
+        ASSERT_EQ(Rc{s.client().SetString(0, "t" + std::to_string(t), std::to_string(i))}, Rc{kOk});
+        EXPECT_EQ(Rc{s.registry().Flush(0)}, Rc{kOk});
       }
     });
   }
   for (std::thread& t : threads) t.join();
+  // Whichever save ran last, each thread's last value is on disk once the
+  // store is clean.
   EXPECT_EQ(Rc{s.registry().Flush(0)}, Rc{kOk});
   Store& after = OpenStore({.name = p});
   EXPECT_EQ(Rc{*after.init_result()}, Rc{kOk});
   EXPECT_EQ(after.client().GetDword(0, "gen").value, 3u);
+  EXPECT_EQ(after.client().GetString(0, "t0").value, "19");
+  EXPECT_EQ(after.client().GetString(0, "t1").value, "19");
 }
 
 // The shipped sample profile: a realistic application's settings load and,
@@ -330,6 +333,200 @@ TEST_F(ProfilePersistenceTest, SampleProfileLoadsAndSavesByteForByte) {
   ASSERT_EQ(Rc{s.client().SetString(0, "ProfileVersion", "7")}, Rc{kOk});
   ASSERT_EQ(Rc{s.registry().Flush(0)}, Rc{kOk});
   EXPECT_EQ(ReadWholeFile(path), shipped);
+}
+
+// ---- Saves under interference: other threads, other processes, planted files.
+
+// A change made while a save works on the files, and a save started from
+// inside a save: the first is kept for the next save, the second refused.
+TEST_F(ProfilePersistenceTest, ChangesDuringASaveAreSavedNext) {
+  const std::string p = dir_.Join("profiles.xml");
+  ASSERT_EQ(Rc{SaveGeneration(p, 1)}, Rc{kOk});
+  Store& s = OpenStore({.name = p, .locking = 1});
+  tERROR nested = kOk;
+  bool changed = false;
+  module()->trace().set_observer([&](const TraceLine& line) {
+    if (changed || line.text.find("trying to back up to") == std::string::npos) return;
+    changed = true;
+    EXPECT_EQ(Rc{s.client().SetDword(0, "late", 1)}, Rc{kOk});
+    nested = s.registry().Flush(0);
+  });
+  SetGeneration(s, 2);
+  EXPECT_EQ(Rc{s.registry().Flush(0)}, Rc{kOk});
+  module()->trace().set_observer(nullptr);
+  EXPECT_EQ(Rc{nested}, Rc{Code(0x80060023)}) << "EDEADLK's code, not a hang";
+  EXPECT_EQ(Rc{s.registry().Flush(0)}, Rc{kOk});
+  EXPECT_EQ(OpenStore({.name = p}).client().GetDword(0, "late").value, 1u);
+}
+
+// One thread flushing in a loop while another sets values: counts, not timing.
+TEST_F(ProfilePersistenceTest, AFlushLoopRacingAWriterLosesNothing) {
+  const std::string p = dir_.Join("race.xml");
+  Store& s = OpenStore({.name = p, .locking = 1, .loader_flags = 2});
+  constexpr uint32_t kValues = 200;
+  std::atomic<bool> done{false};
+  std::thread flusher([&] {
+    while (!done.load()) EXPECT_EQ(Rc{s.registry().Flush(0)}, Rc{kOk});
+  });
+  for (uint32_t i = 0; i < kValues; ++i) ASSERT_EQ(Rc{s.client().SetDword(0, "v" + std::to_string(i), i)}, Rc{kOk});
+  done = true;
+  flusher.join();
+  EXPECT_EQ(Rc{s.registry().Flush(0)}, Rc{kOk});
+  EXPECT_EQ(OpenStore({.name = p}).client().ValueNames(0).value.size(), kValues);
+}
+
+// Processes saving one profile while others load it with the create bit:
+// no load ever finds it missing or empty, and every file left is whole.
+// The writers fork from one thread, so they share a temporary file name.
+TEST_F(ProfilePersistenceTest, ProcessesNeverSeeAMissingProfile) {
+  const std::string p = dir_.Join("profiles.xml");
+  ASSERT_EQ(Rc{SaveGeneration(p, 1)}, Rc{kOk});
+  constexpr int kWriters = 2, kLoaders = 2, kRounds = 40;
+  std::vector<pid_t> children;
+  for (int c = 0; c < kWriters + kLoaders; ++c) {
+    const pid_t pid = ::fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      int bad = 0;
+      for (int r = 0; r < kRounds; ++r) {
+        const std::unique_ptr<Store> s = Store::Open(module(), {.name = p, .loader_flags = 2});
+        const uint32_t gen = s->client().GetDword(0, "gen").value;
+        bad += *s->init_result() != kOk || gen == 0 || s->client().GetString(0, "payload").value != Payload(gen);
+        if (c < kWriters) {
+          SetGeneration(*s, 100 * (c + 1) + r);
+          bad += s->registry().Flush(0) != kOk;
+        }
+      }
+      ::_exit(bad == 0 ? 0 : 1);
+    }
+    children.push_back(pid);
+  }
+  for (pid_t pid : children) {
+    int status = 0;
+    ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "a child saw a missing or torn profile";
+  }
+  EXPECT_GE(GenerationIn(p), 100u);
+  EXPECT_GE(GenerationIn(p + ".bak2"), 1u);
+  EXPECT_FALSE(FileExists(p + ".tmp" + ThreadHex()));
+}
+
+// A link planted at each name a save writes: the file it leads to is never
+// written or re-moded, and the profile is saved whole. A profile that is a
+// symbolic link stays one, and its target is saved with its own backups.
+TEST_F(ProfilePersistenceTest, LinksBesideTheProfileAreNeverFollowed) {
+  const std::string companions[] = {".tmp" + ThreadHex(), ".bak2", ".bak2" + ThreadHex(), ".bak"};
+  for (const std::string& companion : companions) {
+    for (bool hard : {false, true}) {
+      SCOPED_TRACE(companion + (hard ? " hard" : " symbolic"));
+      TempDir dir;
+      const std::string p = dir.Join("other.xml"), victim = dir.Join("victim");
+      ASSERT_EQ(Rc{SaveGeneration(p, 1)}, Rc{kOk});
+      ASSERT_TRUE(WriteWholeFile(victim, "keep"));
+      ASSERT_EQ(::chmod(victim.c_str(), 0640), 0);
+      ASSERT_EQ(hard ? ::link(victim.c_str(), (p + companion).c_str()) : ::symlink(victim.c_str(), (p + companion).c_str()), 0);
+      ASSERT_EQ(Rc{SaveGeneration(p, 2, 2)}, Rc{kOk});
+      EXPECT_EQ(ReadWholeFile(victim), "keep");
+      struct stat st;
+      ASSERT_EQ(::stat(victim.c_str(), &st), 0);
+      EXPECT_EQ(st.st_mode & 07777, 0640u);
+      EXPECT_EQ(GenerationIn(p), 2u);
+      EXPECT_EQ(GenerationIn(p + ".bak2"), 1u);
+    }
+  }
+  const std::string target = dir_.Join("real.xml"), link = dir_.Join("linked.xml");
+  ASSERT_EQ(Rc{SaveGeneration(target, 1)}, Rc{kOk});
+  ASSERT_EQ(::symlink("real.xml", link.c_str()), 0);
+  ASSERT_EQ(Rc{SaveGeneration(link, 2, 1)}, Rc{kOk});
+  struct stat st;
+  ASSERT_EQ(::lstat(link.c_str(), &st), 0);
+  EXPECT_TRUE(S_ISLNK(st.st_mode));
+  EXPECT_EQ(GenerationIn(target), 2u);
+  EXPECT_EQ(GenerationIn(target + ".bak2"), 1u);
+}
+
+// No file of a save is more readable than the profile it replaces; a new
+// profile gets the creation mode less the umask.
+TEST_F(ProfilePersistenceTest, NoFileIsWiderThanTheProfile) {
+  const mode_t mask = ::umask(022);
+  const std::string p = dir_.Join("other.xml");
+  ASSERT_EQ(Rc{SaveGeneration(p, 1)}, Rc{kOk});
+  auto mode = [](const std::string& path) {
+    struct stat st;
+    return ::stat(path.c_str(), &st) == 0 ? st.st_mode & 07777 : 0u;
+  };
+  EXPECT_EQ(mode(p), 0640u) << "made by the load's create step";
+  const std::string q = dir_.Join("saved.xml");
+  Store& first = OpenStore({.name = q});
+  SetGeneration(first, 1);
+  ASSERT_EQ(Rc{first.registry().Flush(0)}, Rc{kOk});
+  EXPECT_EQ(mode(q), 0640u) << "made by the first save";
+  ASSERT_EQ(::chmod(p.c_str(), 0600), 0);
+  Store& s = OpenStore({.name = p, .backup_mode = 2});
+  mode_t temporary = 0;
+  module()->trace().set_observer([&](const TraceLine& line) {
+    if (line.text.find("trying to do first backup") != std::string::npos) temporary = mode(p + ".tmp" + ThreadHex());
+  });
+  SetGeneration(s, 2);
+  ASSERT_EQ(Rc{s.registry().Flush(0)}, Rc{kOk});
+  module()->trace().set_observer(nullptr);
+  ::umask(mask);
+  EXPECT_EQ(temporary, 0600u);
+  EXPECT_EQ(mode(p), 0600u);
+  EXPECT_EQ(mode(p + ".bak"), 0600u);
+  EXPECT_EQ(mode(p + ".bak2"), 0600u);
+}
+
+// Data that used to stop or hang the host, or a save that could not be read
+// back: each is a code, and no profile is lost.
+TEST_F(ProfilePersistenceTest, HostileDataGivesCodes) {
+  constexpr tERROR kErrBadParameter = Code(0x80000046), kErrNotApplicable = Code(0x8000004B);
+  std::string deep_name;
+  for (int i = 0; i < 3000; ++i) deep_name += "k/";
+  const std::string deep = "<propertiesmap>\r\n<key name=\"" + deep_name + "\">\r\n</key>\r\n</propertiesmap>\r\n";
+  const std::string huge = "<propertiesmap>\r\n<tDOUBLE name=\"d\">1e300</tDOUBLE>\r\n</propertiesmap>\r\n";
+  const std::string damaged = "<propertiesmap>\r\n<tDWORD name=\"a\">1</tDWORD>\r\n<key name=\"b\"><tDWORD name=\"c\"";
+
+  // A name of 3,000 parts, and a profile cut off part-way, saved in mode 0
+  // under another name: the load fails and the first save keeps the file.
+  for (const std::string* text : {&deep, &damaged}) {
+    const std::string p = dir_.Join("other.xml");
+    ASSERT_TRUE(WriteWholeFile(p, *text));
+    ::unlink((p + ".bak2").c_str());
+    Store& s = OpenStore({.name = p});
+    EXPECT_LT(*s.init_result(), 0);
+    ASSERT_EQ(Rc{s.client().SetDword(0, "x", 1)}, Rc{kOk});
+    EXPECT_EQ(Rc{s.registry().Flush(0)}, Rc{kOk});
+    EXPECT_EQ(ReadWholeFile(p + ".bak2"), *text);
+  }
+  // A double whose text passes 255 characters: a code when read as text or
+  // saved, and the profile stays as it was.
+  const std::string p = dir_.Join("double.xml");
+  ASSERT_TRUE(WriteWholeFile(p, huge));
+  Store& s = OpenStore({.name = p});
+  ASSERT_EQ(Rc{*s.init_result()}, Rc{kOk});
+  EXPECT_EQ(Rc{s.client().GetString(0, "d").code}, Rc{kErrNotApplicable});
+  ASSERT_EQ(Rc{s.client().SetDword(0, "x", 1)}, Rc{kOk});
+  EXPECT_EQ(Rc{s.registry().Flush(0)}, Rc{kErrNotApplicable});
+  EXPECT_EQ(ReadWholeFile(p), huge);
+  // A tree deeper than a profile may be, made through OpenKey: not saved.
+  ASSERT_EQ(Rc{s.client().OpenKey(deep_name, true).code}, Rc{Code(0xD001)});
+  ASSERT_EQ(Rc{s.registry().DeleteValue(0, "d")}, Rc{kOk});
+  EXPECT_EQ(Rc{s.registry().Flush(0)}, Rc{kErrIo});
+  EXPECT_EQ(ReadWholeFile(p), huge);
+  // A FIFO where the profile should be: a code at once (CTest's timeout is
+  // the watchdog), never a wait for a writer.
+  const std::string fifo = dir_.Join("fifo.xml");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  EXPECT_EQ(Rc{*OpenStore({.name = fifo, .loader_flags = 2}).init_result()}, Rc{kErrBadParameter});
+  // A host stream that reads a few bytes at a time is read whole; one that
+  // stops early fails the load.
+  MemoryStream trickle(ReadWholeFile(PROPMAP_SOURCE_DIR "/examples/profiles.xml").value());
+  trickle.LimitReads(7);
+  EXPECT_EQ(Rc{*OpenStore({.source = trickle.object()}).init_result()}, Rc{kOk});
+  MemoryStream stuck(huge);
+  stuck.LimitReads(0);
+  EXPECT_EQ(Rc{*OpenStore({.source = stuck.object()}).init_result()}, Rc{Code(0x8000004A)});
 }
 
 }  // namespace

@@ -43,4 +43,12 @@ std::pair<std::string, std::string> SplitValuePath(const std::string& path);
 // Pretty JSON on stdout; bytes that are not UTF-8 are replaced.
 void PrintJson(const nlohmann::ordered_json& json);
 
+// True with --yes; otherwise asks on the terminal (standard input) and throws
+// Declined when the answer is not yes. Without a terminal it throws
+// ToolError: a script must say --yes.
+void Confirm(bool yes, const std::string& question);
+
+// Levels of keys a path names ("a/b\\c" is 3); empty parts do not count.
+size_t PathDepth(const std::string& path);
+
 }  // namespace propmap_tool

@@ -132,7 +132,7 @@ TEST_F(ToolTest, FailuresNameTheCodeAndSaveNothing) {
       {{"--read-only", "set", "Window/Width", "1", "--type", "tDWORD"}, "ErrReadOnly(0x800000C1): profiles.xml"},
       {{"--read-only", "clean"}, "ErrReadOnly(0x800000C1): profiles.xml: key '' cannot be emptied"},
       {{"import", "bad.json"}, "bad.json value 'v': out of the range of tBYTE"},
-      {{"import", "deep.json", "--dry-run"}, "importing deep.json would put keys 100000 levels deep"},
+      {{"import", "deep.json", "--dry-run"}, "deep.json: keys nested deeper than 2048 levels"},
       {{"import", "torn.json"}, "ErrBadDocument(0x800000C0): torn.json: is not a valid JSON document"},
       {{"import", "odd.json"}, "odd.json: value 'b': \"hex\" needs an even number of hex digits"},
       {{"import", "torn.xml"}, "ErrBadDocument(0x800000C0): torn.xml"},

@@ -136,7 +136,7 @@ KeySnapshot ReadImport(Context& ctx, const std::string& file, bool force) {
     nlohmann::ordered_json json = nlohmann::ordered_json::parse(input->bytes, nullptr, false);
     if (json.is_discarded()) throw ToolError(prhost::Code(0x800000C0), file + ": is not a valid JSON document");
     input.reset();
-    return FromJson(json, Converter(ctx.session()), file);
+    return FromJson(json, Converter(ctx.session()), file, kMaxKeyDepth);
   }
   // A profile document or any other XML: the module reads it as it would
   // read a profile, with its mapping of foreign documents.
@@ -161,8 +161,7 @@ int Import(Context& ctx, const std::string& file, const std::string& at, bool dr
   Check(WriteSubtree(profile->registry(), key, incoming, MarkerOf(*profile)), failed);
   KeySnapshot after = ReadSubtree(profile->registry(), key, profile->path());
   // Names written with a marker until a save: show them as they would be saved.
-  ForEachKey(after, [&](const KeySnapshot& k, const std::string&) {
-    auto& node = const_cast<KeySnapshot&>(k);
+  ForEachKey(after, [&](KeySnapshot& node) {
     const std::string& marker = profile->DuplicateMarker();
     for (TypedValue& v : node.values) v.name = Unmarked(v.name, marker);
     for (KeySnapshot& sub : node.keys) sub.name = Unmarked(sub.name, marker);

@@ -71,10 +71,11 @@ ordered_json TreeJson(const KeySnapshot& top) {
     const auto [key, into] = stack.back();
     stack.pop_back();
     if (key != &top) (*into)["name"] = key->name;
-    ordered_json& keys = (*into)["keys"] = ordered_json::array();
     ordered_json values = ordered_json::array();
     for (const TypedValue& v : key->values) values.push_back(ValueRow(v));
     (*into)["values"] = std::move(values);
+    // Last: an ordered object is a vector, and a later field would move it.
+    ordered_json& keys = (*into)["keys"] = ordered_json::array();
     for (size_t i = 0; i < key->keys.size(); ++i) keys.push_back(ordered_json::object());
     // Complete before any is filled in: the pointers stay valid.
     for (size_t i = 0; i < key->keys.size(); ++i) stack.emplace_back(&key->keys[i], &keys[i]);
@@ -126,7 +127,7 @@ int List(Context& ctx, const std::string& key_path) {
 int Tree(Context& ctx, const std::string& key_path, uint32_t depth) {
   auto profile = ctx.session().Open(ctx.options.profile, IfMissing::kFail, true);
   KeySnapshot tree = ReadSubtree(profile->registry(), profile->Key(key_path), profile->path(), depth);
-  if (ctx.options.json) PrintJson(TreeJson(tree));
+  if (ctx.options.json) PrintTreeJson(TreeJson(tree), Depth(tree), profile->path());
   else PrintTree(tree, ColoursFor(ctx.options));
   return kExitOk;
 }
@@ -135,7 +136,8 @@ int Export(Context& ctx, const std::string& key_path, const std::string& format)
   auto profile = ctx.session().Open(ctx.options.profile, IfMissing::kFail, true);
   const prhost::hKey key = profile->Key(key_path);
   if (format == "json") {
-    PrintJson(ToJson(ReadSubtree(profile->registry(), key, profile->path())));
+    const KeySnapshot tree = ReadSubtree(profile->registry(), key, profile->path());
+    PrintTreeJson(ToJson(tree), Depth(tree), profile->path());
     return kExitOk;
   }
   // The module's own writer: the subtree is written into a store on a memory
@@ -180,7 +182,8 @@ int CheckProfile(Context& ctx, const std::string& path) {
     throw;
   }
   size_t keys = 0, values = 0;
-  ForEachKey(ReadSubtree(profile->registry(), 0, path), [&](const KeySnapshot& k, const std::string&) {
+  KeySnapshot all = ReadSubtree(profile->registry(), 0, path);
+  ForEachKey(all, [&](KeySnapshot& k) {
     keys += k.keys.size();
     values += k.values.size();
   });

@@ -154,12 +154,19 @@ TypedValue ValueFromJson(const json& v, const Converter& converter, const std::s
 }
 
 // Iterative: a JSON document may nest keys far deeper than a stack allows.
-void KeyFromJson(const json& top, KeySnapshot& out, const Converter& converter, const std::string& top_where) {
-  std::vector<std::tuple<const json*, KeySnapshot*, std::string>> stack;
-  stack.emplace_back(&top, &out, top_where);
+void KeyFromJson(const json& top, KeySnapshot& out, const Converter& converter, const std::string& top_where,
+                 size_t max_depth) {
+  std::vector<std::tuple<const json*, KeySnapshot*, std::string, size_t>> stack;
+  stack.emplace_back(&top, &out, top_where, 0);
   while (!stack.empty()) {
-    auto [in, node, where] = std::move(stack.back());
+    auto [in, node, where, depth] = std::move(stack.back());
     stack.pop_back();
+    if (depth > max_depth) {
+      // Checked on the way down: the names below would make every message as long as the path.
+      throw ToolError(prhost::kErrBadParameter, top_where + ": keys nested deeper than " +
+                                                    std::to_string(max_depth) + " levels; a profile reads back at most " +
+                                                    std::to_string(max_depth));
+    }
     auto bad = [&](const std::string& why) { return ToolError(prhost::kErrBadParameter, where + ": " + why); };
     if (!in->is_object()) throw bad("a key must be a JSON object");
     if (auto it = in->find("values"); it != in->end()) {
@@ -174,7 +181,7 @@ void KeyFromJson(const json& top, KeySnapshot& out, const Converter& converter, 
         node->keys.emplace_back(k["name"].get<std::string>());
       }
       for (size_t i = it->size(); i-- > 0;) {
-        stack.emplace_back(&(*it)[i], &node->keys[i], where + " key '" + node->keys[i].name + "'");
+        stack.emplace_back(&(*it)[i], &node->keys[i], where + " key '" + node->keys[i].name + "'", depth + 1);
       }
     }
   }
@@ -206,12 +213,12 @@ json ToJson(const KeySnapshot& snapshot) {
   return out;
 }
 
-KeySnapshot FromJson(const json& in, const Converter& converter, const std::string& where) {
+KeySnapshot FromJson(const json& in, const Converter& converter, const std::string& where, size_t max_depth) {
   if (!in.is_object() || in.value("format", "") != "propmap") {
     throw ToolError(prhost::kErrBadParameter, where + ": not a propmap JSON document (\"format\": \"propmap\")");
   }
   KeySnapshot out;
-  KeyFromJson(in, out, converter, where);
+  KeyFromJson(in, out, converter, where, max_depth);
   return out;
 }
 

@@ -12,6 +12,7 @@
 #include <iostream>
 
 #include "commands.h"
+#include "document_check.h"
 #include "result_names.h"
 #include "tool_error.h"
 
@@ -23,8 +24,17 @@ std::pair<std::string, std::string> SplitValuePath(const std::string& path) {
   return {path.substr(0, split), path.substr(split + 1)};
 }
 
-void PrintJson(const nlohmann::ordered_json& json) {
-  std::printf("%s\n", json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
+void PrintJson(const nlohmann::ordered_json& json, bool compact) {
+  std::printf("%s\n", json.dump(compact ? -1 : 2, ' ', false, nlohmann::ordered_json::error_handler_t::replace).c_str());
+}
+
+void PrintTreeJson(const nlohmann::ordered_json& json, size_t depth, const std::string& where) {
+  if (depth > kMaxKeyDepth) {
+    throw ToolError(prhost::kErrBadParameter, where + ": keys " + std::to_string(depth) +
+                                                  " levels deep; JSON is written for at most " +
+                                                  std::to_string(kMaxKeyDepth));
+  }
+  PrintJson(json, depth > 64);
 }
 
 void Confirm(bool yes, const std::string& question) {

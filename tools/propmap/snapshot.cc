@@ -106,17 +106,13 @@ size_t Depth(const KeySnapshot& snapshot) {
   return deepest;
 }
 
-void ForEachKey(const KeySnapshot& snapshot, const std::function<void(const KeySnapshot&, const std::string&)>& visit) {
-  std::vector<std::pair<const KeySnapshot*, std::string>> stack;
-  stack.emplace_back(&snapshot, "");
+void ForEachKey(KeySnapshot& snapshot, const std::function<void(KeySnapshot&)>& visit) {
+  std::vector<KeySnapshot*> stack{&snapshot};
   while (!stack.empty()) {
-    auto [node, path] = std::move(stack.back());
+    KeySnapshot* node = stack.back();
     stack.pop_back();
-    visit(*node, path);
-    for (size_t i = node->keys.size(); i-- > 0;) {
-      const KeySnapshot& k = node->keys[i];
-      stack.emplace_back(&k, path.empty() ? k.name : path + "/" + k.name);
-    }
+    visit(*node);
+    for (size_t i = node->keys.size(); i-- > 0;) stack.push_back(&node->keys[i]);
   }
 }
 

@@ -52,9 +52,8 @@ prhost::tERROR WriteSubtree(const prhost::Registry& registry, prhost::hKey key, 
 // Levels of sub-keys below the snapshot's own key.
 size_t Depth(const KeySnapshot& snapshot);
 
-// Calls `visit(key, path)` for every key of the snapshot, parents first, in
-// the store's order; `path` joins the names from the top with '/' (empty for
-// the top itself).
-void ForEachKey(const KeySnapshot& snapshot, const std::function<void(const KeySnapshot&, const std::string&)>& visit);
+// Calls `visit(key)` for every key of the snapshot, parents first, in the
+// store's order.
+void ForEachKey(KeySnapshot& snapshot, const std::function<void(KeySnapshot&)>& visit);
 
 }  // namespace propmap_tool

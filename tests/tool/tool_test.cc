@@ -1,13 +1,19 @@
 // The propmap tool driven as a user drives it: the built binary on copies of
 // the sample profile in temporary directories, checked by exit code, output
 // and the files left behind.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <set>
+#include <array>
+#include <atomic>
+#include <thread>
 
 #include <gtest/gtest.h>
 
+#include "store.h"
 #include "tool_runner.h"
 
 namespace propmap_tool::testing {
@@ -19,7 +25,15 @@ std::set<std::string> Listing(const std::string& dir) {
   std::set<std::string> names;
   for (const auto& e : std::filesystem::directory_iterator(dir)) names.insert(e.path().filename());
   names.erase(".stdin");
+  names.erase("profiles.xml.lock");
   return names;
+}
+
+// "k/k/.../k": a key path `levels` deep.
+std::string DeepPath(size_t levels) {
+  std::string path = "k";
+  for (size_t i = 1; i < levels; ++i) path += "/k";
+  return path;
 }
 
 class ToolTest : public ::testing::Test {
@@ -30,6 +44,10 @@ class ToolTest : public ::testing::Test {
   }
   std::string Path(const std::string& name) const { return dir_.Join(name); }
   Outcome Tool(const Args& args, const RunOptions& options = {}) const { return testing::Run(dir_.path(), args, options); }
+  std::string Read(const std::string& name) const { return prhost::ReadWholeFile(Path(name)).value_or("<missing>"); }
+  void Write(const std::string& name, const std::string& text) const {
+    ASSERT_TRUE(prhost::WriteWholeFile(Path(name), text));
+  }
   // Runs and requires success; returns stdout.
   std::string Ok(const Args& args) const {
     Outcome o = Tool(args);
@@ -86,25 +104,35 @@ TEST_F(ToolTest, FailuresNameTheCodeAndSaveNothing) {
                                    {"odd.json", json + R"({"name": "b", "type": "tBINARY", "hex": "ABC"}]})"}}) {
     ASSERT_TRUE(prhost::WriteWholeFile(Path(name), text));
   }
+  std::string deep;
+  for (int i = 0; i < 100'000; ++i) deep += R"({"name": "k", "keys": [)";
+  for (int i = 0; i < 100'000; ++i) deep += "]}";
+  Write("deep.json", R"({"format": "propmap", "keys": [)" + deep + "]}");
   const struct {
     Args args;
     std::string err;
     long file_size_limit = -1;
   } rows[] = {
-      {{"-p", "missing.xml", "ls"}, "ErrFileNotFound(0x800000C5): missing.xml: the profile cannot be loaded"},
+      {{"-p", "missing.xml", "ls"}, "ErrFileNotFound(0x800000C5): missing.xml: the profile does not exist"},
+      {{"-p", "missing.xml", "rm", "Window"}, "ErrFileNotFound(0x800000C5): missing.xml: the profile does not exist"},
       {{"-p", "torn.xml", "get", "Application/Name"}, "ErrBadDocument(0x800000C0): torn.xml"},
-      {{"check", "torn.xml"}, "torn.xml: the document is malformed at line 7, column"},
+      {{"check", "torn.xml"}, "torn.xml:7:11: the document ends before its elements are closed"},
       {{"set", "Window/Width", "1", "--type", "tDWROD"}, "ErrBadParameter(0x80000046): 'tDWROD' is not a type name"},
       {{"set", "Window/Width", "1", "--type", "tVECTOR"}, "ErrBadParameter(0x80000046): values of type tVECTOR"},
-      {{"set", "Window/Width", "twelve", "--type", "tDWORD"}, "profiles.xml: tDWORD refuses the text 'twelve'"},
+      {{"rm", "Window"}, "Remove key 'Window' of profiles.xml with its 7 values and 1 sub-keys: give --yes"},
+      {{"clean"}, "Empty the whole profile profiles.xml: remove its 2 values and 8 sub-keys: give --yes"},
+      {{"-p", "-", "set", "a", "1", "--type", "tDWORD"}, "standard input cannot be written back"},
+      {{"set", DeepPath(2049) + "/v", "1", "--type", "tDWORD"},
+       "levels deep; a profile reads back at most 2048"},
       {{"get", "Window/Nope/Width"}, "ErrNotFound(0x8000D002): profiles.xml: key 'Window/Nope' does not exist"},
       {{"get", "Window/Depth"}, "ErrNotFound(0x8000D002): profiles.xml: value 'Window/Depth' does not exist"},
-      {{"rm", "Window/Nope"}, "ErrNotFound(0x8000D002): profiles.xml: key 'Window/Nope' cannot be removed"},
+      {{"rm", "Window/Nope"}, "ErrNotFound(0x8000D002): profiles.xml: key 'Window/Nope' does not exist"},
       {{"rm", "Window", "--value", "Depth"}, "profiles.xml: value 'Depth' of key 'Window' cannot be removed"},
       {{"cp", "Nope", "Copy"}, "ErrNotFound(0x8000D002): profiles.xml: key 'Nope' does not exist"},
       {{"--read-only", "set", "Window/Width", "1", "--type", "tDWORD"}, "ErrReadOnly(0x800000C1): profiles.xml"},
       {{"--read-only", "clean"}, "ErrReadOnly(0x800000C1): profiles.xml: key '' cannot be emptied"},
       {{"import", "bad.json"}, "bad.json value 'v': out of the range of tBYTE"},
+      {{"import", "deep.json", "--dry-run"}, "deep.json: keys nested deeper than 2048 levels"},
       {{"import", "torn.json"}, "ErrBadDocument(0x800000C0): torn.json: is not a valid JSON document"},
       {{"import", "odd.json"}, "odd.json: value 'b': \"hex\" needs an even number of hex digits"},
       {{"import", "torn.xml"}, "ErrBadDocument(0x800000C0): torn.xml"},
@@ -119,7 +147,7 @@ TEST_F(ToolTest, FailuresNameTheCodeAndSaveNothing) {
     EXPECT_EQ(o.exit, 2) << row.err;
     EXPECT_NE(o.err.find("propmap: "), std::string::npos);
     EXPECT_NE(o.err.find(row.err), std::string::npos) << o.err;
-    EXPECT_EQ(*prhost::ReadWholeFile(Path("profiles.xml")), sample_) << row.err;
+    EXPECT_TRUE(Read("profiles.xml") == sample_) << row.err;
     // A save that failed may leave its temporary file; nothing else appears.
     std::set<std::string> now = Listing(dir_.path());
     std::erase_if(now, [](const std::string& n) { return n.starts_with("profiles.xml.tmp"); });
@@ -137,20 +165,22 @@ TEST_F(ToolTest, ChangesAreSavedAndReadBack) {
       {{{"set", "Window/Width", "1920", "--type", "tDWORD"}}, {"get", "Window/Width"}, "1920\n"},
       {{{"set", "Window/Width", "wide", "--type", "tSTRING"}}, {"--json", "ls", "Window"}, "\"type\": \"tSTRING\""},
       {{{"set", "New\\Deep/Key/v", "0A0B", "--type", "tBINARY"}}, {"get", "New/Deep/Key/v", "--raw"}, "0A0B\n"},
-      {{{"rm", "Window/Panels"}, {"rm", "Window", "--value", "Width"}}, {"ls", "Window"}, "Height (tDWORD) = 1050\n"},
-      {{{"clean", "Users"}}, {"ls", "Users"}, ""},
+      {{{"rm", "Window/Panels", "-y"}, {"rm", "Window", "--value", "Width"}}, {"ls", "Window"}, "Height (tDWORD) = 1050\n"},
+      {{{"clean", "Users", "--yes"}}, {"ls", "Users"}, ""},
       {{{"cp", "Window", "Copy"}}, {"diff", "profiles.xml::Window", "profiles.xml::Copy"}, ""},
       {{{"cp", "Window", "W", "--to", "other.xml"}}, {"diff", "profiles.xml::Window", "other.xml::W"}, ""},
       {{{"-p", "fresh.xml", "set", "a/b", "-5", "--type", "tINT"}}, {"-p", "fresh.xml", "tree"}, "a/\n  b (tINT) = -5\n"},
+      {{{"cp", "Window", "W", "--to", "other.xml"}, {"-p", "other.xml", "clean", "-y"}}, {"-p", "other.xml", "ls"}, ""},
   };
   for (const auto& row : rows) {
     ASSERT_TRUE(prhost::WriteWholeFile(Path("profiles.xml"), sample_));
-    for (const Args& step : row.steps) EXPECT_EQ(Ok(step), "") << step[0];
+    for (const Args& step : row.steps) EXPECT_EQ(Tool(step).exit, 0) << step[0];
     const std::string out = Ok(row.check);
     if (row.out.empty()) EXPECT_EQ(out, "") << row.check[1];
     else EXPECT_NE(out.find(row.out), std::string::npos) << out;
   }
   EXPECT_TRUE(prhost::FileExists(Path("profiles.xml.bak2"))) << "saves keep the previous generation";
+  EXPECT_TRUE(prhost::FileExists(Path("other.xml.bak2"))) << "whatever the profile's name";
 }
 
 // Export, import into an empty profile, and no difference: JSON and XML.
@@ -180,8 +210,8 @@ TEST_F(ToolTest, TypedJsonIsLossless) {
       {"tQWORD", "18446744073709551615", "\"value\": \"18446744073709551615\""},
       {"tDOUBLE", "0.1", "\"value\": 0.1"},
       {"tCHAR", "x", "\"value\": 120"},
+      {"tBOOL", "true", "\"value\": 1"},
       {"tBINARY", "00ff10", "\"hex\": \"00FF10\""},
-      {"tVOID", "", "\"value\": null"},
       {"tSTRING", "Gr\xC3\xBC\xC3\x9F" "e", "\"value\": \"Gr\xC3\xBC\xC3\x9F" "e\""},
       {"tSTRING", "\xFF\xFE", "\"hex\": \"FFFE\""},
   };
@@ -213,7 +243,7 @@ TEST_F(ToolTest, DiffAndDryRunReportTypedChanges) {
 }
 
 TEST_F(ToolTest, RestorePutsABackupInPlace) {
-  EXPECT_EQ(Ok({"rm", "Users"}), "");
+  EXPECT_EQ(Ok({"rm", "Users", "--yes"}), "");
   Outcome declined = Tool({"restore", "profiles.xml", "--from", "bak2"}, {.input = "n\n", .file_size_limit = -1});
   EXPECT_EQ(declined.exit, 1);
   EXPECT_NE(declined.out.find("+ Users/"), std::string::npos) << declined.out;
@@ -223,11 +253,24 @@ TEST_F(ToolTest, RestorePutsABackupInPlace) {
 
   // An interrupted save: the profile is damaged, a complete temporary file
   // and a torn one are left beside it.
-  ASSERT_TRUE(prhost::WriteWholeFile(Path("profiles.xml.tmp1a2b"), sample_));
-  ASSERT_TRUE(prhost::WriteWholeFile(Path("profiles.xml.tmp3c4d"), sample_.substr(0, 500)));
-  ASSERT_TRUE(prhost::WriteWholeFile(Path("profiles.xml"), "<propertiesmap>"));
-  EXPECT_EQ(Tool({"restore", "profiles.xml", "--from", "tmp", "--yes"}).exit, 0);
-  EXPECT_EQ(*prhost::ReadWholeFile(Path("profiles.xml")), sample_);
+  // An interrupted save: the profile is damaged; a complete temporary file,
+  // a torn one and an empty one (newest first) are left beside it.
+  const struct {
+    const char* name;
+    std::string text;
+  } temporaries[] = {{"profiles.xml.tmp1a2b", sample_}, {"profiles.xml.tmp3c4d", sample_.substr(0, 500)},
+                     {"profiles.xml.tmp5e6f", ""}};
+  for (size_t i = 0; i < std::size(temporaries); ++i) {
+    Write(temporaries[i].name, temporaries[i].text);
+    const timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(1'000'000 + i), 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, Path(temporaries[i].name).c_str(), times, 0), 0);
+  }
+  Write("profiles.xml", "<propertiesmap>");
+  Outcome o = Tool({"restore", "profiles.xml", "--from", "tmp", "--yes"});
+  EXPECT_EQ(o.exit, 0) << o.err;
+  EXPECT_NE(o.err.find("restoring profiles.xml from ./profiles.xml.tmp1a2b"), std::string::npos) << o.err;
+  EXPECT_EQ(Read("profiles.xml"), sample_);
+  EXPECT_EQ(Read("profiles.xml.bak2"), "<propertiesmap>") << "the damaged file is kept";
   EXPECT_FALSE(prhost::FileExists(Path("profiles.xml.tmp1a2b")));
 }
 
@@ -245,7 +288,7 @@ TEST_F(ToolTest, WatchReportsEachGeneration) {
   } generations[] = {
       {{"set", "Window/Width", "800", "--type", "tDWORD"},
        {"~ Window/Width (tDWORD) = 1680 -> (tDWORD) = 800", "-- generation 1: 1 changes"}},
-      {{"rm", "RecentFiles"}, {"- RecentFiles/", "-- generation 2: 1 changes"}},
+      {{"rm", "RecentFiles", "--yes"}, {"- RecentFiles/", "-- generation 2: 1 changes"}},
   };
   for (const auto& g : generations) {
     const auto before = prhost::ReadWholeFile(Path("profiles.xml"));
@@ -265,6 +308,232 @@ TEST_F(ToolTest, WatchReportsEachGeneration) {
   EXPECT_EQ(Wait(pid), 0);
   ::close(out);
   ::close(err);
+}
+
+// Each refused or accepted spelling of a value, per type: refused ones exit 2
+// naming the value and what the type takes, and save nothing.
+TEST_F(ToolTest, SetReadsNumbersStrictly) {
+  const struct {
+    const char* type;
+    std::string text;
+    const char* raw;  // native bytes as get --raw prints them; null: refused
+  } rows[] = {
+      {"tDWORD", "1e3", nullptr},       {"tDWORD", "12abc", nullptr},     {"tDWORD", "abc", nullptr},
+      {"tDWORD", "", nullptr},          {"tDWORD", " 7", nullptr},        {"tDWORD", "-1", nullptr},
+      {"tDWORD", "4294967296", nullptr}, {"tDWORD", "0x", nullptr},       {"tDWORD", "4294967295", "FFFFFFFF"},
+      {"tDWORD", "0x1F", "1F000000"},   {"tDWORD", "010", "0A000000"},    {"tINT", "-2147483649", nullptr},
+      {"tINT", "-2147483648", "00000080"}, {"tINT", "-0x10", "F0FFFFFF"}, {"tSBYTE", "128", nullptr},
+      {"tQWORD", "-1", nullptr},        {"tQWORD", "18446744073709551616", nullptr},
+      {"tLONG", "-9223372036854775808", "0000000000000080"},
+      {"tDOUBLE", "abc", nullptr},      {"tDOUBLE", "1,5", nullptr},      {"tDOUBLE", "inf", nullptr},
+      {"tDOUBLE", "1e300", nullptr},    {"tDOUBLE", "1.5", "000000000000F83F"},
+      {"tBOOL", "true", "01000000"},    {"tBOOL", "false", "00000000"},   {"tBOOL", "yes", nullptr},
+      {"tBOOL", "2", nullptr},          {"tCHAR", "65", nullptr},         {"tCHAR", "A", "41"},
+      {"tBINARY", "0A1", nullptr},      {"tBINARY", "zz", nullptr},       {"tVOID", "", nullptr},
+      {"tPTR", "00", nullptr},          {"tFUNC_PTR", "0", nullptr},      {"tWCHAR", "65", nullptr},
+  };
+  for (const auto& row : rows) {
+    const std::string label = std::string(row.type) + " '" + row.text + "'";
+    const std::string before = Read("profiles.xml");
+    Outcome o = Tool({"set", "K/v", row.text, "--type", row.type});
+    if (row.raw == nullptr) {
+      EXPECT_EQ(o.exit, 2) << label;
+      EXPECT_NE(o.err.find(std::string(row.type) + " "), std::string::npos) << label << ": " << o.err;
+      EXPECT_TRUE(Read("profiles.xml") == before) << label;
+    } else {
+      EXPECT_EQ(o.exit, 0) << label << ": " << o.err;
+      EXPECT_EQ(Ok({"get", "K/v", "--raw"}), std::string(row.raw) + "\n") << label;
+    }
+  }
+  // A double the profile cannot keep is saved as it will read back, with a warning.
+  Outcome o = Tool({"set", "K/d", "1e-9", "--type", "tDOUBLE"});
+  EXPECT_EQ(o.exit, 0);
+  EXPECT_NE(o.err.find("warning: profiles.xml: 'K/d': the profile keeps six decimals: '1e-9' is saved as 0.000000"),
+            std::string::npos) << o.err;
+  // JSON spells values as a person types them, or as JSON does.
+  Write("v.json", R"({"format": "propmap", "values": [{"name": "b", "type": "tBOOL", "value": true},
+                                                     {"name": "w", "type": "tDWORD", "value": "0x10"}]})");
+  EXPECT_EQ(Tool({"import", "v.json"}).exit, 0);
+  EXPECT_EQ(Ok({"get", "b"}) + Ok({"get", "w"}), "1\n16\n");
+  Write("v.json", R"({"format": "propmap", "values": [{"name": "w", "type": "tDWORD", "value": "1e3"}]})");
+  EXPECT_EQ(Tool({"import", "v.json"}).exit, 2);
+}
+
+// 20 commands at once, a few rounds: every value is kept, and all that was
+// there before.
+TEST_F(ToolTest, ConcurrentSetsKeepEveryValue) {
+  constexpr int kProcesses = 20, kRounds = 3;
+  for (int round = 0; round < kRounds; ++round) {
+    std::vector<std::pair<pid_t, std::array<int, 2>>> running;
+    for (int i = 0; i < kProcesses; ++i) {
+      std::array<int, 2> fds{};
+      const std::string n = std::to_string(round * kProcesses + i);
+      const pid_t pid = Spawn(dir_.path(), {"set", "Conc/V" + n, n, "--type", "tDWORD"}, &fds[0], &fds[1]);
+      running.emplace_back(pid, fds);
+    }
+    for (auto& [pid, fds] : running) {
+      ::close(fds[0]);
+      const std::string err = ReadAll(fds[1]);
+      EXPECT_EQ(Wait(pid), 0) << err;
+    }
+  }
+  const std::string listing = Ok({"ls", "Conc"});
+  EXPECT_EQ(std::count(listing.begin(), listing.end(), '\n'), kProcesses * kRounds) << listing;
+  Write("sample.xml", sample_);
+  const std::string diff = Tool({"diff", "sample.xml", "profiles.xml"}).out;
+  EXPECT_EQ(diff.find("- "), std::string::npos) << diff;
+  EXPECT_EQ(diff.find("~ "), std::string::npos) << diff;
+}
+
+// A host that takes no lock saves again and again while the tool sets: the
+// tool never takes the profile for missing, never drops what it loaded.
+TEST_F(ToolTest, HostSavingMeanwhileLosesNothingOfTheTools) {
+  std::atomic<bool> done{false};
+  std::thread host([&] {
+    auto module = prhost::Module::Load();
+    for (uint32_t i = 0; !done || i < 50; ++i) {
+      prhost::StoreConfig config;
+      config.name = Path("profiles.xml");
+      auto store = prhost::Store::Open(module, config);
+      if (prhost::Failed(store->init_result().value_or(0))) continue;  // read while the tool renamed
+      (void)store->client().SetDword(0, "Host" + std::to_string(i % 5), i);
+      (void)store->registry().Flush(0);
+    }
+  });
+  for (int i = 0; i < 30; ++i) {
+    Outcome o = Tool({"set", "Tool/V", std::to_string(i), "--type", "tDWORD"});
+    EXPECT_TRUE(o.exit == 0 || o.err.find("changed on disk by another program") != std::string::npos) << o.err;
+    EXPECT_EQ(o.err.find("created"), std::string::npos) << o.err;
+  }
+  done = true;
+  host.join();
+  EXPECT_EQ(Ok({"set", "Tool/V", "last", "--type", "tSTRING"}), "");
+  EXPECT_EQ(Ok({"get", "Tool/V"}), "last\n");
+  Write("sample.xml", sample_);
+  const std::string diff = Tool({"diff", "sample.xml", "profiles.xml"}).out;
+  EXPECT_EQ(diff.find("- "), std::string::npos) << diff;
+  EXPECT_EQ(diff.find("~ "), std::string::npos) << diff;
+}
+
+// Documents the module reads in part: check warns with the position (exit 1),
+// a change is refused (exit 2) and saves nothing, --force saves and keeps the
+// old file as the rolling backup.
+TEST_F(ToolTest, PartsTheModuleDoesNotReadAreNotSavedOver) {
+  const std::string root = "<propertiesmap>\r\n";
+  const struct {
+    std::string text;
+    const char* where;  // FILE:LINE:COLUMN: what
+  } rows[] = {
+      {root + "  <key name=\"A\">junk<tDWORD name=\"x\">1</tDWORD></key>\r\n</propertiesmap>",
+       "p.xml:2:17: text among the keys and values of 'A'"},
+      {root + "  <key name=\"A\"><![CDATA[x]]></key>\r\n</propertiesmap>",
+       "p.xml:2:17: a CDATA section among the keys and values of 'A'"},
+      {root + "</propertiesmap>\r\n<propertiesmap/>", "p.xml:3:1: element <propertiesmap> after the root element"},
+      {root + "</propertiesmap>\r\ntrailing", "p.xml:3:1: text after the root element"},
+      {root + "  <key name=\"A\" id=\"7\"/>\r\n</propertiesmap>", "p.xml:2:3: attribute 'id' of key 'A'"},
+      {root + "  <tSTRING name=\"s\">a<b/></tSTRING>\r\n</propertiesmap>", "p.xml:2:22: element <b> inside value 's'"},
+      {"<server>primary<replica/></server>", "p.xml:1:16: element <replica> after the text of its parent"},
+      {"<a>1</a>\n<b/>\ntext\n<c/>", "p.xml:4:1: element <c> after text at the top level"},
+  };
+  for (const auto& row : rows) {
+    Write("p.xml", row.text);
+    Outcome check = Tool({"check", "p.xml"});
+    EXPECT_EQ(check.exit, 1) << row.where;
+    EXPECT_NE(check.err.find(std::string("warning: ") + row.where), std::string::npos) << check.err;
+    Outcome set = Tool({"-p", "p.xml", "set", "n", "1", "--type", "tDWORD"});
+    EXPECT_EQ(set.exit, 2);
+    EXPECT_NE(set.err.find(std::string("ErrBadDocument(0x800000C0): ") + row.where), std::string::npos) << set.err;
+    EXPECT_EQ(Read("p.xml"), row.text);
+    EXPECT_EQ(Tool({"-p", "p.xml", "--backup-mode", "0", "set", "n", "1", "--type", "tDWORD", "--force"}).exit, 0);
+    EXPECT_EQ(Read("p.xml.bak2"), row.text) << row.where;
+  }
+}
+
+// A value or element the module refuses, found at its position.
+TEST_F(ToolTest, CheckFindsTheRefusedValue) {
+  const std::string head = "<propertiesmap>\r\n  <key name=\"K\">\r\n    ";
+  const struct {
+    std::string line;
+    const char* error;
+  } rows[] = {
+      {"<tDWORD name=\"Line\">-5</tDWORD>", "p.xml:3:25: value 'K/Line' (tDWORD) refuses the text '-5'"},
+      {"<tDWROD name=\"Line\">5</tDWROD>", "p.xml:3:5: element <tDWROD> is neither a key nor a type name"},
+      {"<tDWORD>5</tDWORD>", "p.xml:3:5: a tDWORD value without a name"},
+  };
+  for (const auto& row : rows) {
+    Write("p.xml", head + row.line + "\r\n  </key>\r\n</propertiesmap>\r\n");
+    for (const Args& args : {Args{"check", "p.xml"}, Args{"-p", "p.xml", "ls"}}) {
+      Outcome o = Tool(args);
+      EXPECT_EQ(o.exit, 2);
+      EXPECT_NE(o.err.find(row.error), std::string::npos) << o.err;
+    }
+  }
+  Write("p.xml", "<propertiesmap><tSTRING name=\"s\">\xFF</tSTRING></propertiesmap>");
+  Outcome o = Tool({"check", "p.xml"});
+  EXPECT_EQ(o.exit, 1);
+  EXPECT_NE(o.err.find("warning: p.xml:1:34: bytes that are not UTF-8"), std::string::npos) << o.err;
+}
+
+// Two values of one name (and keys that a document merges) survive every
+// walk; a file compared with itself has no differences.
+TEST_F(ToolTest, DuplicateNamesSurviveRoundTrips) {
+  Write("dup.xml", "<propertiesmap><key name=\"k\"><tSTRING name=\"v\">a</tSTRING><tSTRING name=\"v\">b</tSTRING>"
+                   "</key><tDWORD name=\"y\">1</tDWORD><tDWORD name=\"Y\">2</tDWORD></propertiesmap>");
+  Write("users.xml", "<users><user>a</user><user>b</user></users>");
+  EXPECT_EQ(Tool({"diff", "dup.xml", "dup.xml"}).out, "");
+  EXPECT_NE(Ok({"-p", "dup.xml", "tree"}).find("y (tDWORD) = 1\nY (tDWORD) = 2\n"), std::string::npos);
+  Write("dup.json", Ok({"-p", "dup.xml", "export", "--format", "json"}));
+  Write("dup.out.xml", Ok({"-p", "dup.xml", "export"}));
+  const std::vector<Args> copies[] = {
+      {{"-p", "a.xml", "import", "dup.json"}},
+      {{"-p", "b.xml", "import", "dup.out.xml"}},
+      {{"-p", "dup.xml", "cp", "", "c", "--to", "c.xml"}},
+      {{"-p", "r.xml", "import", "dup.xml"}, {"-p", "r.xml", "clean", "-y"},
+       {"restore", "r.xml", "--from", "bak2", "--yes"}},
+  };
+  const char* results[] = {"a.xml", "b.xml", "c.xml::c", "r.xml"};
+  for (size_t i = 0; i < std::size(copies); ++i) {
+    for (const Args& step : copies[i]) EXPECT_EQ(Tool(step).exit, 0) << step.back();
+    Outcome d = Tool({"diff", "dup.xml", results[i]});
+    EXPECT_EQ(d.exit, 0) << results[i] << "\n" << d.out << d.err;
+  }
+  // Repeated foreign elements come back as one key holding both values.
+  EXPECT_EQ(Ok({"-p", "u.xml", "import", "users.xml"}), "");
+  EXPECT_EQ(Ok({"-p", "u.xml", "tree"}), "users/\n  user/\n    noname (tSTRING) = a\n    noname (tSTRING) = b\n");
+}
+
+// Profiles and documents from pipes and standard input are read whole; a pipe
+// is never written back.
+TEST_F(ToolTest, PipesAndStandardInputAreReadWhole) {
+  EXPECT_EQ(Tool({"check", "-"}, {.input = sample_}).out, "-: ResultOk, 101 keys, 426 values\n");
+  EXPECT_EQ(Tool({"diff", "profiles.xml", "-"}, {.input = sample_}).exit, 0);
+  ASSERT_EQ(::mkfifo(Path("fifo").c_str(), 0600), 0);
+  std::thread writer([&] { prhost::WriteWholeFile(Path("fifo"), sample_); });
+  Outcome o = Tool({"diff", "profiles.xml", "fifo"});
+  writer.join();
+  EXPECT_EQ(o.exit, 0) << o.out << o.err;
+  o = Tool({"-p", "fifo", "set", "a", "1", "--type", "tDWORD"});
+  EXPECT_EQ(o.exit, 2);
+  EXPECT_NE(o.err.find("fifo: is not a regular file"), std::string::npos) << o.err;
+  ASSERT_EQ(::symlink("profiles.xml", Path("link.xml").c_str()), 0);
+  EXPECT_EQ(Tool({"-p", "link.xml", "set", "a", "1", "--type", "tDWORD"}).exit, 2);
+  EXPECT_EQ(Ok({"-p", "link.xml", "get", "Window/Width"}), "1680\n");
+}
+
+// The deepest tree the module reads passes through every command.
+TEST_F(ToolTest, DeepestTreePassesEveryCommand) {
+  const std::string deep = DeepPath(2048);
+  EXPECT_EQ(Tool({"-p", "deep.xml", "set", deep + "/v", "1", "--type", "tDWORD"}).exit, 0);
+  Write("deep.json", Ok({"-p", "deep.xml", "export", "--format", "json"}));
+  const std::vector<Args> steps = {
+      {"check", "deep.xml"}, {"-p", "deep.xml", "tree"}, {"-p", "copy.xml", "import", "deep.json"},
+      {"diff", "deep.xml", "copy.xml"}, {"-p", "deep.xml", "cp", "k", "k", "--to", "cp.xml"},
+      {"-p", "deep.xml", "export"}, {"-p", "deep.xml", "rm", "k", "-y"},
+  };
+  for (const Args& step : steps) {
+    Outcome o = Tool(step);
+    EXPECT_EQ(o.exit, 0) << step[0] << " " << step[2] << ": " << o.err.substr(0, 300);
+  }
 }
 
 }  // namespace

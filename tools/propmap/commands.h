@@ -40,7 +40,22 @@ void AddCompareCommands(CLI::App& app, Context& context);  // diff, restore, wat
 // "Window/Panels/Width" -> {"Window/Panels", "Width"}; either separator.
 std::pair<std::string, std::string> SplitValuePath(const std::string& path);
 
-// Pretty JSON on stdout; bytes that are not UTF-8 are replaced.
-void PrintJson(const nlohmann::ordered_json& json);
+// Pretty JSON on stdout (compact when `compact`: the indentation of a deep
+// tree grows with the square of its depth); bytes that are not UTF-8 are
+// replaced.
+void PrintJson(const nlohmann::ordered_json& json, bool compact = false);
+
+// JSON of a subtree, checked for depth first: the JSON writer recurses, and a
+// tree deeper than a profile reads back has no use as JSON. Deep ones are
+// written compact.
+void PrintTreeJson(const nlohmann::ordered_json& json, size_t depth, const std::string& where);
+
+// True with --yes; otherwise asks on the terminal (standard input) and throws
+// Declined when the answer is not yes. Without a terminal it throws
+// ToolError: a script must say --yes.
+void Confirm(bool yes, const std::string& question);
+
+// Levels of keys a path names ("a/b\\c" is 3); empty parts do not count.
+size_t PathDepth(const std::string& path);
 
 }  // namespace propmap_tool

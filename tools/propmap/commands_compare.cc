@@ -11,6 +11,8 @@
 
 #include "commands.h"
 #include "diff.h"
+#include "document_check.h"
+#include "edit.h"
 #include "result_names.h"
 #include "snapshot.h"
 #include "tool_error.h"
@@ -38,15 +40,25 @@ int DiffCommand(Context& ctx, const std::string& a, const std::string& b) {
   return changes.empty() ? kExitOk : kExitDifferent;
 }
 
-int64_t ModifiedNanoseconds(const std::string& path) {
-  struct stat st;
-  if (::stat(path.c_str(), &st) != 0) return -1;
-  return int64_t{st.st_mtim.tv_sec} * 1'000'000'000 + st.st_mtim.tv_nsec;
+// A document a save finished writing: the module loads it, reads all of it,
+// and it ends with the root's end tag as the writer ends every document. An
+// interrupted save leaves an empty or torn file that may load partly.
+bool Complete(Context& ctx, const std::string& path, const Input& input) {
+  const size_t end = input.bytes.find_last_not_of(" \t\r\n");
+  if (end == std::string::npos || std::string_view(input.bytes).substr(0, end + 1).ends_with("</propertiesmap>") == false) {
+    return false;
+  }
+  try {
+    auto profile = ctx.session().Load(path, input, false, true, false);
+    return Examine(input.bytes, 1).lost.empty();
+  } catch (const ToolError&) {
+    return false;
+  }
 }
 
 // The newest temporary file left beside the profile by an interrupted save
-// that still loads whole; ToolError when there is none.
-std::string CompleteTemporary(Context& ctx, const std::string& profile, KeySnapshot& content) {
+// that is complete; ToolError when there is none.
+std::string CompleteTemporary(Context& ctx, const std::string& profile, Input& content) {
   const size_t slash = profile.rfind('/');
   const std::string dir = slash == std::string::npos ? "." : profile.substr(0, slash);
   const std::string prefix = (slash == std::string::npos ? profile : profile.substr(slash + 1)) + ".tmp";
@@ -55,53 +67,62 @@ std::string CompleteTemporary(Context& ctx, const std::string& profile, KeySnaps
     while (dirent* e = ::readdir(d)) {
       if (std::string_view(e->d_name).starts_with(prefix)) {
         std::string path = dir + "/" + e->d_name;
-        candidates.emplace_back(ModifiedNanoseconds(path), std::move(path));
+        candidates.emplace_back(Identify(path).modified_ns, std::move(path));
       }
     }
     ::closedir(d);
   }
   std::sort(candidates.rbegin(), candidates.rend());
   for (const auto& [mtime, path] : candidates) {
-    try {
-      content = ReadProfile(ctx.session(), path);
+    std::optional<Input> input = ReadInput(path);
+    if (input && input->regular && Complete(ctx, path, *input)) {
+      content = std::move(*input);
       return path;
-    } catch (const ToolError&) {
-      // Torn by the interruption: try an older one.
     }
   }
   throw ToolError(prhost::Code(0x800000C5), profile + ": no complete temporary file is left beside it");
 }
 
 int Restore(Context& ctx, const std::string& profile, const std::string& from, bool yes) {
-  KeySnapshot backup;
+  Input content;
   std::string source;
   if (from == "tmp") {
-    source = CompleteTemporary(ctx, profile, backup);
+    source = CompleteTemporary(ctx, profile, content);
   } else {
     source = profile + "." + from;
-    backup = ReadProfile(ctx.session(), source);
+    std::optional<Input> input = ReadInput(source);
+    if (!input) throw ToolError(prhost::Code(0x800000C5), source + ": does not exist");
+    content = std::move(*input);
   }
+  std::fprintf(stderr, "propmap: restoring %s from %s\n", profile.c_str(), source.c_str());
+  // Loaded as the profile's new content; saving it keeps the current file as
+  // the rolling backup, so a restore can be undone as well.
+  std::unique_ptr<Profile> backup = ctx.session().Load(profile, content, false, false, false);
+  const KeySnapshot incoming = ReadSubtree(backup->registry(), 0, source);
   KeySnapshot current;
+  const FileIdentity shown = Identify(profile);
   try {
     current = ReadProfile(ctx.session(), profile);
   } catch (const ToolError& e) {
     std::fprintf(stderr, "propmap: %s: %s; restoring over it\n", prhost::FormatResult(e.code()).c_str(), e.what());
   }
-  PrintChanges(ctx, Diff(current, backup));
+  PrintChanges(ctx, Diff(current, incoming));
+  std::fflush(stdout);
   if (!yes) {
     std::fprintf(stderr, "Restore %s from %s? [y/N] ", profile.c_str(), source.c_str());
     std::string answer;
     if (!std::getline(std::cin, answer) || (answer != "y" && answer != "Y" && answer != "yes")) {
-      std::fprintf(stderr, "propmap: %s left as it is\n", profile.c_str());
-      return kExitDifferent;
+      throw Declined(profile + " left as it is");
     }
   }
-  // An empty store named after the profile receives the backup and saves
-  // through the usual temporary file and rename; the damaged file is not read.
-  auto target = ctx.session().Open(profile, IfMissing::kReplace, false, false);
-  (void)target->registry().Clean();  // marks the store changed, so that even an empty backup is saved
-  Check(WriteSubtree(target->registry(), 0, backup), profile + ": cannot take the content of " + source);
-  target->Save();
+  RequireWritable(profile);
+  ProfileLock lock(profile);
+  if (Identify(profile) != shown) {
+    throw ToolError(prhost::Code(0x8000004F), profile + ": changed since the differences were shown; nothing was "
+                                                         "restored");
+  }
+  MarkChanged(backup->registry());  // saved even when it equals the current file
+  backup->Save(true);
   if (from == "tmp") (void)::unlink(source.c_str());  // its content is in place now
   return kExitOk;
 }
@@ -169,7 +190,7 @@ void AddCompareCommands(CLI::App& app, Context& ctx) {
                                            "exit 0 same, 1 different, 2 trouble");
     auto a = std::make_shared<std::string>();
     auto b = std::make_shared<std::string>();
-    cmd->add_option("A", *a, "FILE or FILE::KEY, e.g. profiles.xml.bak")->required();
+    cmd->add_option("A", *a, "FILE or FILE::KEY, e.g. profiles.xml.bak ('-': standard input)")->required();
     cmd->add_option("B", *b, "FILE or FILE::KEY")->required();
     cmd->callback([&ctx, a, b] { ctx.action = [&ctx, a, b] { return DiffCommand(ctx, *a, *b); }; });
   }
@@ -179,8 +200,8 @@ void AddCompareCommands(CLI::App& app, Context& ctx) {
     auto from = std::make_shared<std::string>();
     auto yes = std::make_shared<bool>(false);
     cmd->add_option("PROFILE", *profile, "Profile to restore")->required();
-    cmd->add_option("--from", *from, "bak (first backup), bak2 (previous generation) or tmp (a complete "
-                                     "temporary file left by an interrupted save)")
+    cmd->add_option("--from", *from, "bak (first backup), bak2 (previous generation) or tmp (the newest "
+                                     "temporary file of an interrupted save that is complete)")
         ->required()
         ->check(CLI::IsMember({"bak", "bak2", "tmp"}));
     cmd->add_flag("--yes,-y", *yes, "Do not ask");

@@ -1,10 +1,10 @@
 // get, ls, tree, export and check: commands that never change a profile.
-#include <expat.h>
 #include <unistd.h>
 
 #include <cstdio>
 
 #include "commands.h"
+#include "document_check.h"
 #include "json_codec.h"
 #include "result_names.h"
 #include "snapshot.h"
@@ -33,27 +33,54 @@ void PrintValue(const TypedValue& v, const std::string& indent, const Colours& c
               v.text.c_str());
 }
 
-void PrintTree(const KeySnapshot& key, const std::string& indent, const Colours& c) {
-  for (const KeySnapshot& sub : key.keys) {
-    std::printf("%s%s%s/%s\n", indent.c_str(), c.key, sub.name.c_str(), c.reset);
-    PrintTree(sub, indent + "  ", c);
+// Each key's sub-keys (with what is below them), then its values.
+// Iterative: a profile may be as deep as the module reads.
+void PrintTree(const KeySnapshot& top, const Colours& c) {
+  struct Item {
+    const KeySnapshot* key;
+    size_t level;
+    bool values;  // print the key's values; else the key's line and what is below it
+  };
+  std::vector<Item> stack{{&top, 0, false}};
+  while (!stack.empty()) {
+    const Item item = stack.back();
+    stack.pop_back();
+    const std::string indent(2 * item.level, ' ');
+    if (item.values) {
+      for (const TypedValue& v : item.key->values) PrintValue(v, indent, c);
+      continue;
+    }
+    size_t level = item.level;
+    if (item.key != &top) {
+      std::printf("%s%s%s/%s\n", indent.c_str(), c.key, item.key->name.c_str(), c.reset);
+      ++level;
+    }
+    stack.push_back({item.key, level, true});
+    for (size_t i = item.key->keys.size(); i-- > 0;) stack.push_back({&item.key->keys[i], level, false});
   }
-  for (const TypedValue& v : key.values) PrintValue(v, indent, c);
 }
 
 ordered_json ValueRow(const TypedValue& v) {
   return {{"name", v.name}, {"type", TypeLabel(v.type)}, {"text", v.text}};
 }
 
-ordered_json TreeJson(const KeySnapshot& key) {
-  ordered_json keys = ordered_json::array(), values = ordered_json::array();
-  for (const KeySnapshot& sub : key.keys) {
-    ordered_json row = TreeJson(sub);
-    row["name"] = sub.name;
-    keys.push_back(std::move(row));
+ordered_json TreeJson(const KeySnapshot& top) {
+  ordered_json out = ordered_json::object();
+  std::vector<std::pair<const KeySnapshot*, ordered_json*>> stack{{&top, &out}};
+  while (!stack.empty()) {
+    const auto [key, into] = stack.back();
+    stack.pop_back();
+    if (key != &top) (*into)["name"] = key->name;
+    ordered_json values = ordered_json::array();
+    for (const TypedValue& v : key->values) values.push_back(ValueRow(v));
+    (*into)["values"] = std::move(values);
+    // Last: an ordered object is a vector, and a later field would move it.
+    ordered_json& keys = (*into)["keys"] = ordered_json::array();
+    for (size_t i = 0; i < key->keys.size(); ++i) keys.push_back(ordered_json::object());
+    // Complete before any is filled in: the pointers stay valid.
+    for (size_t i = 0; i < key->keys.size(); ++i) stack.emplace_back(&key->keys[i], &keys[i]);
   }
-  for (const TypedValue& v : key.values) values.push_back(ValueRow(v));
-  return {{"keys", std::move(keys)}, {"values", std::move(values)}};
+  return out;
 }
 
 int Get(Context& ctx, const std::string& path, const std::string& type_name, bool raw) {
@@ -100,8 +127,8 @@ int List(Context& ctx, const std::string& key_path) {
 int Tree(Context& ctx, const std::string& key_path, uint32_t depth) {
   auto profile = ctx.session().Open(ctx.options.profile, IfMissing::kFail, true);
   KeySnapshot tree = ReadSubtree(profile->registry(), profile->Key(key_path), profile->path(), depth);
-  if (ctx.options.json) PrintJson(TreeJson(tree));
-  else PrintTree(tree, "", ColoursFor(ctx.options));
+  if (ctx.options.json) PrintTreeJson(TreeJson(tree), Depth(tree), profile->path());
+  else PrintTree(tree, ColoursFor(ctx.options));
   return kExitOk;
 }
 
@@ -109,66 +136,72 @@ int Export(Context& ctx, const std::string& key_path, const std::string& format)
   auto profile = ctx.session().Open(ctx.options.profile, IfMissing::kFail, true);
   const prhost::hKey key = profile->Key(key_path);
   if (format == "json") {
-    PrintJson(ToJson(ReadSubtree(profile->registry(), key, profile->path())));
+    const KeySnapshot tree = ReadSubtree(profile->registry(), key, profile->path());
+    PrintTreeJson(ToJson(tree), Depth(tree), profile->path());
     return kExitOk;
   }
-  // The module's own writer: copy the subtree into a store on a memory
-  // stream and flush it there.
+  // The module's own writer: the subtree is written into a store on a memory
+  // stream, which flushes there. A second value of one name carries a marker
+  // until the document is written (Profile::DuplicateMarker).
+  const KeySnapshot subtree = ReadSubtree(profile->registry(), key, profile->path());
   prhost::MemoryStream stream;
+  std::string marker;
   {
     auto scratch = ctx.session().OpenScratch(stream.object());
     const prhost::Registry out = scratch->registry();
     (void)out.Clean();  // marks the store changed, so that even an empty subtree is written
-    Check(profile->registry().CopyKey(key, scratch->object(), 0),
+    Check(WriteSubtree(out, 0, subtree, [&marker]() -> const std::string& {
+            if (marker.empty()) marker = NewDuplicateMarker();
+            return marker;
+          }),
           profile->path() + ": cannot copy '" + key_path + "' for export");
     Check(out.Flush(0), profile->path() + ": cannot write the document of '" + key_path + "'");
   }
-  const std::string text = stream.content();
+  const std::string text = marker.empty() ? stream.content() : Unmarked(stream.content(), marker);
   std::fwrite(text.data(), 1, text.size(), stdout);
   return kExitOk;
 }
 
-// Where an XML parser stops reading the file, as "line L, column C"; empty
-// when it reads the whole document.
-std::string StopPosition(const std::string& path) {
-  std::optional<std::string> text = prhost::ReadWholeFile(path);
-  if (!text) return {};
-  XML_Parser parser = XML_ParserCreate(nullptr);
-  if (parser == nullptr) return {};
-  std::string where;
-  if (XML_Parse(parser, text->data(), static_cast<int>(text->size()), 1) == XML_STATUS_ERROR) {
-    where = "line " + std::to_string(XML_GetCurrentLineNumber(parser)) + ", column " +
-            std::to_string(XML_GetCurrentColumnNumber(parser) + 1) + " (" +
-            XML_ErrorString(XML_GetErrorCode(parser)) + ")";
-  }
-  XML_ParserFree(parser);
-  return where;
-}
-
+// Loads the profile and reports what the module read; a document it refuses
+// fails with the position of what it refuses (Session::Load). Parts the
+// module's reading leaves out and bytes that are not UTF-8 are warnings:
+// exit 1.
 int CheckProfile(Context& ctx, const std::string& path) {
+  std::optional<Input> input = ReadInput(path);
+  if (!input) throw ToolError(prhost::Code(0x800000C5), path + ": the profile does not exist");
+  const std::string text = input->bytes;
+  std::unique_ptr<Profile> profile;
   try {
-    auto profile = ctx.session().Open(path, IfMissing::kFail, true, false);
-    KeySnapshot all = ReadSubtree(profile->registry(), 0, path);
-    size_t keys = 0, values = 0;
-    std::function<void(const KeySnapshot&)> count = [&](const KeySnapshot& k) {
-      keys += k.keys.size();
-      values += k.values.size();
-      for (const KeySnapshot& sub : k.keys) count(sub);
-    };
-    count(all);
-    if (ctx.options.json) PrintJson({{"file", path}, {"result", "ResultOk"}, {"keys", keys}, {"values", values}});
-    else std::printf("%s: ResultOk, %zu keys, %zu values\n", path.c_str(), keys, values);
-    return kExitOk;
+    profile = ctx.session().Load(path, std::move(*input), false, true, false);
   } catch (const ToolError& e) {
-    const std::string where = e.code() == prhost::Code(0x800000C5) ? "" : StopPosition(path);
     if (ctx.options.json) {
       const char* name = prhost::ResultName(e.code());
       PrintJson({{"file", path}, {"result", name != nullptr ? name : prhost::FormatResult(e.code())},
-                 {"stopped_at", where}});
+                 {"error", e.what()}});
     }
-    if (where.empty()) throw;
-    throw ToolError(e.code(), path + ": the document is malformed at " + where);
+    throw;
   }
+  size_t keys = 0, values = 0;
+  KeySnapshot all = ReadSubtree(profile->registry(), 0, path);
+  ForEachKey(all, [&](KeySnapshot& k) {
+    keys += k.keys.size();
+    values += k.values.size();
+  });
+  constexpr size_t kMaxWarnings = 20;
+  std::vector<std::string> warnings;
+  for (const Finding& f : Examine(text, kMaxWarnings).lost) {
+    warnings.push_back(Where(path, text, f.offset) + ": " + f.what + " is not read by the module; a save drops it");
+  }
+  if (std::optional<size_t> at = FirstInvalidUtf8(text)) {
+    warnings.push_back(Where(path, text, *at) + ": bytes that are not UTF-8");
+  }
+  if (ctx.options.json) {
+    PrintJson({{"file", path}, {"result", "ResultOk"}, {"keys", keys}, {"values", values}, {"warnings", warnings}});
+  } else {
+    std::printf("%s: ResultOk, %zu keys, %zu values\n", path.c_str(), keys, values);
+    for (const std::string& w : warnings) std::fprintf(stderr, "propmap: warning: %s\n", w.c_str());
+  }
+  return warnings.empty() ? kExitOk : kExitDifferent;
 }
 
 }  // namespace
@@ -208,10 +241,10 @@ void AddReadCommands(CLI::App& app, Context& ctx) {
     cmd->callback([&ctx, key, format] { ctx.action = [&ctx, key, format] { return Export(ctx, *key, *format); }; });
   }
   {
-    auto* cmd = app.add_subcommand("check", "Load a profile and report the result; for a malformed document, "
-                                            "the line and column where reading stopped");
+    auto* cmd = app.add_subcommand("check", "Load a profile and report the result; FILE:LINE:COLUMN of what the "
+                                            "module refuses (exit 2) or does not read (exit 1)");
     auto file = std::make_shared<std::string>();
-    cmd->add_option("FILE", *file, "Profile to check")->required();
+    cmd->add_option("FILE", *file, "Profile to check ('-': standard input)")->required();
     cmd->callback([&ctx, file] { ctx.action = [&ctx, file] { return CheckProfile(ctx, *file); }; });
   }
 }

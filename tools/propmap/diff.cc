@@ -14,51 +14,63 @@ std::string Folded(const std::string& name) {
   return out;
 }
 
-// The items of one key by folded name, so matching two keys is linear.
-template <typename T>
-class ByName {
- public:
-  explicit ByName(const std::vector<T>& items) {
-    index_.reserve(items.size());
-    for (const T& item : items) index_.emplace(Folded(item.name), &item);
+// Pairs the items of two keys by folded name: the k-th of a name in `a`
+// with the k-th of that name in `b`, so duplicates pair in order. Calls
+// `both(a_item, b_item)` for pairs, `only_a` and `only_b` for the rest, in
+// the order of `a`, then of `b`.
+template <typename T, typename Both, typename OnlyA, typename OnlyB>
+void Pair(const std::vector<T>& a, const std::vector<T>& b, Both both, OnlyA only_a, OnlyB only_b) {
+  std::unordered_map<std::string, std::vector<const T*>> in_b;
+  for (const T& item : b) in_b[Folded(item.name)].push_back(&item);
+  std::unordered_map<std::string, size_t> taken;
+  for (const T& item : a) {
+    const std::string folded = Folded(item.name);
+    auto it = in_b.find(folded);
+    size_t& k = taken[folded];
+    if (it != in_b.end() && k < it->second.size()) both(item, *it->second[k]);
+    else only_a(item);
+    ++k;
   }
-  const T* Find(const std::string& name) const {
-    auto it = index_.find(Folded(name));
-    return it == index_.end() ? nullptr : it->second;
+  std::unordered_map<std::string, size_t> seen;
+  for (const T& item : b) {
+    const std::string folded = Folded(item.name);
+    auto it = taken.find(folded);
+    if (seen[folded]++ >= (it == taken.end() ? 0 : it->second)) only_b(item);
   }
-
- private:
-  std::unordered_map<std::string, const T*> index_;
-};
+}
 
 std::string Join(const std::string& prefix, const std::string& name) {
   return prefix.empty() ? name : prefix + "/" + name;
 }
 
-void DiffInto(const KeySnapshot& a, const KeySnapshot& b, const std::string& prefix, std::vector<Change>& out) {
-  const ByName<TypedValue> a_values(a.values), b_values(b.values);
-  for (const TypedValue& v : a.values) {
-    const TypedValue* other = b_values.Find(v.name);
-    if (other == nullptr) {
-      out.push_back({Change::kRemoved, Join(prefix, v.name), &v, nullptr});
-    } else if (other->type != v.type || other->data != v.data) {
-      out.push_back({Change::kChanged, Join(prefix, v.name), &v, other});
-    }
-  }
-  for (const TypedValue& v : b.values) {
-    if (a_values.Find(v.name) == nullptr) out.push_back({Change::kAdded, Join(prefix, v.name), nullptr, &v});
-  }
-  const ByName<KeySnapshot> a_keys(a.keys), b_keys(b.keys);
-  for (const KeySnapshot& k : a.keys) {
-    const KeySnapshot* other = b_keys.Find(k.name);
-    if (other == nullptr) {
-      out.push_back({Change::kRemovedKey, Join(prefix, k.name) + "/"});
-    } else {
-      DiffInto(k, *other, Join(prefix, k.name), out);
-    }
-  }
-  for (const KeySnapshot& k : b.keys) {
-    if (a_keys.Find(k.name) == nullptr) out.push_back({Change::kAddedKey, Join(prefix, k.name) + "/"});
+void DiffInto(const KeySnapshot& top_a, const KeySnapshot& top_b, std::vector<Change>& out) {
+  struct Step {
+    const KeySnapshot* a;
+    const KeySnapshot* b;
+    std::string prefix;
+  };
+  std::vector<Step> stack{{&top_a, &top_b, ""}};
+  while (!stack.empty()) {
+    const Step step = std::move(stack.back());
+    stack.pop_back();
+    const std::string& prefix = step.prefix;
+    Pair(
+        step.a->values, step.b->values,
+        [&](const TypedValue& v, const TypedValue& other) {
+          if (other.type != v.type || other.data != v.data) {
+            out.push_back({Change::kChanged, Join(prefix, v.name), &v, &other});
+          }
+        },
+        [&](const TypedValue& v) { out.push_back({Change::kRemoved, Join(prefix, v.name), &v, nullptr}); },
+        [&](const TypedValue& v) { out.push_back({Change::kAdded, Join(prefix, v.name), nullptr, &v}); });
+    // Sub-keys are compared after this key's own changes, in order.
+    std::vector<Step> nested;
+    Pair(
+        step.a->keys, step.b->keys,
+        [&](const KeySnapshot& k, const KeySnapshot& other) { nested.push_back({&k, &other, Join(prefix, k.name)}); },
+        [&](const KeySnapshot& k) { out.push_back({Change::kRemovedKey, Join(prefix, k.name) + "/"}); },
+        [&](const KeySnapshot& k) { out.push_back({Change::kAddedKey, Join(prefix, k.name) + "/"}); });
+    for (size_t i = nested.size(); i-- > 0;) stack.push_back(std::move(nested[i]));
   }
 }
 
@@ -68,7 +80,7 @@ std::string Typed(const TypedValue& v) { return "(" + TypeLabel(v.type) + ") = "
 
 std::vector<Change> Diff(const KeySnapshot& a, const KeySnapshot& b) {
   std::vector<Change> out;
-  DiffInto(a, b, "", out);
+  DiffInto(a, b, out);
   return out;
 }
 

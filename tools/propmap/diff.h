@@ -1,9 +1,11 @@
 // Typed differences between two snapshots.
 //
 // Keys and values are matched by name ignoring ASCII case, as the store looks
-// them up; two values differ when their types or native bytes differ. Order
-// alone is no difference. Changes come in the order of the first snapshot,
-// then what only the second one holds.
+// them up, and duplicates of one name in order (the second with the second);
+// two values differ when their types or native bytes differ. Order alone is
+// no difference. Per key, its value changes come first (in the order of the
+// first snapshot, then what only the second holds), then its keys removed and
+// added, then the changes inside the keys both hold.
 //
 // Thread-safety: pure functions.
 #pragma once

@@ -8,8 +8,9 @@
 // 64-bit ones are decimal strings (JSON readers often hold numbers as
 // doubles); doubles are numbers; blocks, non-finite doubles and strings that
 // are not UTF-8 carry their native bytes as "hex" instead of "value". On
-// reading, a "value" string for a non-string type goes through the module's
-// own text conversion, so hand-written JSON may say "0x10" or "true".
+// reading, a "value" string for a non-string type is read as a person's
+// input (typed_text.h), so hand-written JSON may say "0x10"; a tBOOL may
+// also be true or false.
 //
 // Thread-safety: pure functions (FromJson uses the caller's Converter).
 #pragma once
@@ -25,7 +26,9 @@ namespace propmap_tool {
 nlohmann::ordered_json ToJson(const KeySnapshot& snapshot);
 
 // ToolError (ErrBadParameter) naming `where` and the value for malformed
-// input or values out of their type's range.
-KeySnapshot FromJson(const nlohmann::ordered_json& json, const Converter& converter, const std::string& where);
+// input, values out of their type's range, or keys nested deeper than
+// `max_depth`.
+KeySnapshot FromJson(const nlohmann::ordered_json& json, const Converter& converter, const std::string& where,
+                     size_t max_depth);
 
 }  // namespace propmap_tool

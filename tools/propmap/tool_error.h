@@ -14,7 +14,7 @@ namespace propmap_tool {
 
 // Exit codes, also listed in --help and the man page.
 inline constexpr int kExitOk = 0;
-inline constexpr int kExitDifferent = 1;  // diff found differences
+inline constexpr int kExitDifferent = 1;  // diff found differences; a question answered no; check warned
 inline constexpr int kExitTrouble = 2;    // any failure; nothing was saved
 
 class ToolError : public std::runtime_error {
@@ -24,6 +24,13 @@ class ToolError : public std::runtime_error {
 
  private:
   prhost::tERROR code_;
+};
+
+// A question that was answered no: main() prints the sentence and exits with
+// kExitDifferent; nothing was saved.
+class Declined : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
 };
 
 // Throws ToolError(code, sentence) when the code is a failure.

@@ -54,8 +54,8 @@ tERROR FetchReusing(std::string& buffer, std::string& out,
 }  // namespace
 
 TypedValue ReadValue(const prhost::Registry& registry, prhost::hKey key, uint32_t index, const std::string& where) {
-  // By index only for the name: walking to an index costs as many steps as
-  // the index, while a lookup by name is hashed.
+  // Everything by index: a lookup by name finds the first of two values
+  // whose names differ only in case.
   thread_local std::string buffer;
   TypedValue v;
   tERROR err = FetchReusing(buffer, v.name, [&](void* out, uint32_t out_size, uint32_t* size) {
@@ -65,10 +65,11 @@ TypedValue ReadValue(const prhost::Registry& registry, prhost::hKey key, uint32_
   v.name.resize(std::min(v.name.size(), v.name.find('\0')));
   // Type 0 asks for the value in its own type and reports that type.
   err = FetchReusing(buffer, v.data, [&](void* out, uint32_t out_size, uint32_t* size) {
-    return registry.GetValue(size, key, v.name.c_str(), &v.type, out, out_size);
+    v.type = 0;
+    return registry.GetValueByIndex(size, key, index, &v.type, out, out_size);
   });
   Check(err, where + ": cannot read value '" + v.name + "'");
-  Result<std::string> text = prhost::Client(registry).GetString(key, v.name);
+  Result<std::string> text = prhost::Client(registry).ValueTextByIndex(key, index);
   // Some types have no text (a code address); the native bytes still tell them.
   if (text.ok()) v.text = std::move(text.value);
   return v;

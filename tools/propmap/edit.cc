@@ -1,0 +1,95 @@
+#include "edit.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "document_check.h"
+#include "tool_error.h"
+
+namespace propmap_tool {
+
+ProfileLock::ProfileLock(const std::string& profile) {
+    const std::string path = profile + ".lock";
+    fd_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0660);
+    if (fd_ < 0) {
+      const int error = errno;
+      throw ToolError(prhost::Code(0x80000045), path + ": the lock file cannot be opened (" + std::strerror(error) +
+                                                    "); nothing was saved");
+    }
+    if (::flock(fd_, LOCK_EX | LOCK_NB) == 0) return;
+    if (::isatty(STDERR_FILENO) == 1) std::fprintf(stderr, "propmap: waiting for another command on %s\n", profile.c_str());
+    while (::flock(fd_, LOCK_EX) != 0) {
+      if (errno != EINTR) {
+        ::close(fd_);
+        throw ToolError(prhost::Code(0x8000004F), path + ": cannot be locked; nothing was saved");
+      }
+    }
+  }
+
+ProfileLock::~ProfileLock() { ::close(fd_); }  // releases the lock
+
+// Refuses what a save cannot write back to.
+void RequireWritable(const std::string& path) {
+  if (path == "-") throw ToolError(prhost::Code(0x8000004B), "standard input cannot be written back; nothing was saved");
+  struct stat st;
+  if (::lstat(path.c_str(), &st) != 0) return;  // a new profile
+  if (S_ISLNK(st.st_mode)) {
+    throw ToolError(prhost::Code(0x8000004B),
+                    path + ": is a symbolic link; saving would replace the link by a file: name the file it points to");
+  }
+  if (!S_ISREG(st.st_mode)) {
+    throw ToolError(prhost::Code(0x8000004B), path + ": is not a regular file (a pipe or a device); "
+                                                     "writing back to it is refused");
+  }
+}
+
+
+void RequireWholeDocument(const Profile& profile, const std::string& advice) {
+  const std::string& text = profile.input().bytes;
+  const DocumentReport report = Examine(text, 1);
+  if (report.lost.empty()) return;
+  const Finding& first = report.lost.front();
+  throw ToolError(prhost::Code(0x800000C0), Where(profile.path(), text, first.offset) + ": " + first.what +
+                                                 " is not read by the module and would be lost; " + advice);
+}
+
+void EditProfile(const Session& session, const std::string& path, const EditOptions& options,
+                 const std::function<void(Profile&)>& apply) {
+  constexpr int kAttempts = 5;
+  RequireWritable(path);
+  if (options.missing == IfMissing::kFail && !Identify(path).exists) {
+    (void)session.Open(path, options.missing, true);  // throws unless it was only being saved: no lock file for a typo
+  }
+  ProfileLock lock(path);
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    std::unique_ptr<Profile> profile = session.Open(path, options.missing, false);
+    if (!profile->input().regular) RequireWritable(path);  // replaced since the check above
+    if (!options.force && !profile->created()) {
+      RequireWholeDocument(*profile, "nothing was saved (--force saves anyway and keeps the old file as " + path +
+                                         ".bak2)");
+    }
+    apply(*profile);
+    if (Identify(path) != profile->input().identity) continue;  // saved by another program meanwhile
+    try {
+      profile->Save(options.force);
+    } catch (const ToolError&) {
+      // A save of another program at the same moment can make the module's
+      // moves fail; the file is then not the one loaded either.
+      if (Identify(path) != profile->input().identity) continue;
+      throw;
+    }
+    if (profile->created()) std::fprintf(stderr, "propmap: created %s\n", path.c_str());
+    return;
+  }
+  throw ToolError(prhost::Code(0x8000004F), path + ": changed on disk by another program " +
+                                                std::to_string(kAttempts) + " times while this command ran; "
+                                                "nothing was saved");
+}
+
+}  // namespace propmap_tool

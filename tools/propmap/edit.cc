@@ -34,21 +34,35 @@ ProfileLock::ProfileLock(const std::string& profile) {
 
 ProfileLock::~ProfileLock() { ::close(fd_); }  // releases the lock
 
+namespace {
+
+// The file a chain of symbolic links leads to (the path itself when it is
+// none); the module saves there too, so the link stays a link.
+std::string FollowLinks(std::string path) {
+  for (int hop = 0; hop < 40; ++hop) {
+    char target[4096];
+    const ssize_t n = ::readlink(path.c_str(), target, sizeof target);
+    if (n < 0 || static_cast<size_t>(n) == sizeof target) return path;
+    std::string next(target, static_cast<size_t>(n));
+    const size_t slash = path.rfind('/');
+    if (next[0] != '/' && slash != std::string::npos) next.insert(0, path, 0, slash + 1);
+    path = std::move(next);
+  }
+  return path;
+}
+
+}  // namespace
+
 // Refuses what a save cannot write back to.
 void RequireWritable(const std::string& path) {
   if (path == "-") throw ToolError(prhost::Code(0x8000004B), "standard input cannot be written back; nothing was saved");
   struct stat st;
-  if (::lstat(path.c_str(), &st) != 0) return;  // a new profile
-  if (S_ISLNK(st.st_mode)) {
-    throw ToolError(prhost::Code(0x8000004B),
-                    path + ": is a symbolic link; saving would replace the link by a file: name the file it points to");
-  }
+  if (::stat(path.c_str(), &st) != 0) return;  // a new profile
   if (!S_ISREG(st.st_mode)) {
     throw ToolError(prhost::Code(0x8000004B), path + ": is not a regular file (a pipe or a device); "
                                                      "writing back to it is refused");
   }
 }
-
 
 void RequireWholeDocument(const Profile& profile, const std::string& advice) {
   const std::string& text = profile.input().bytes;
@@ -59,10 +73,12 @@ void RequireWholeDocument(const Profile& profile, const std::string& advice) {
                                                  " is not read by the module and would be lost; " + advice);
 }
 
-void EditProfile(const Session& session, const std::string& path, const EditOptions& options,
+void EditProfile(const Session& session, const std::string& named, const EditOptions& options,
                  const std::function<void(Profile&)>& apply) {
   constexpr int kAttempts = 5;
-  RequireWritable(path);
+  RequireWritable(named);
+  // One lock and one file for every name of a linked profile.
+  const std::string path = named == "-" ? named : FollowLinks(named);
   if (options.missing == IfMissing::kFail && !Identify(path).exists) {
     (void)session.Open(path, options.missing, true);  // throws unless it was only being saved: no lock file for a typo
   }

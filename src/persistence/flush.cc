@@ -136,7 +136,9 @@ tERROR SaveToFile(PropertiesMap* store, const std::string& configured) {
         static_cast<unsigned>(backup_mode.load(std::memory_order_relaxed)));
   TemporaryFile temporary;
   uint64_t changes = 0;
-  if (Succeeded(err)) err = WriteTemporary(store, names.temporary, had_status ? &old_status : nullptr, &temporary, &changes);
+  if (Succeeded(err)) {
+    err = WriteTemporary(store, names.temporary, had_status ? &old_status : nullptr, &temporary, &changes);
+  }
   if (Failed(err)) {
     // The old profile and the backups are untouched; the temporary file stays.
     err = ReportedFileCode(err);

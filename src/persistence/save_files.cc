@@ -64,8 +64,8 @@ tERROR OpenTemporaryFile(const char* name, const struct stat* profile, Temporary
   for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
     TemporaryFile candidate;
     bool created = true;
-    tERROR err = OpenName(name, O_RDONLY | O_CREAT | O_EXCL, profile != nullptr ? kPrivateMode : kNewProfileMode,
-                          &candidate.lock);
+    const mode_t mode = profile != nullptr ? kPrivateMode : kNewProfileMode;
+    tERROR err = OpenName(name, O_RDONLY | O_CREAT | O_EXCL, mode, &candidate.lock);
     if (err == ErrFsExists) {
       created = false;
       err = OpenName(name, O_RDONLY, 0, &candidate.lock);

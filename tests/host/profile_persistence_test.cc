@@ -424,7 +424,8 @@ TEST_F(ProfilePersistenceTest, LinksBesideTheProfileAreNeverFollowed) {
       ASSERT_EQ(Rc{SaveGeneration(p, 1)}, Rc{kOk});
       ASSERT_TRUE(WriteWholeFile(victim, "keep"));
       ASSERT_EQ(::chmod(victim.c_str(), 0640), 0);
-      ASSERT_EQ(hard ? ::link(victim.c_str(), (p + companion).c_str()) : ::symlink(victim.c_str(), (p + companion).c_str()), 0);
+      const std::string planted = p + companion;
+      ASSERT_EQ(hard ? ::link(victim.c_str(), planted.c_str()) : ::symlink(victim.c_str(), planted.c_str()), 0);
       ASSERT_EQ(Rc{SaveGeneration(p, 2, 2)}, Rc{kOk});
       EXPECT_EQ(ReadWholeFile(victim), "keep");
       struct stat st;

@@ -22,10 +22,15 @@
 
 namespace propmap::testing {
 
-// Records "level text" of lines below the operations' level, with "%terr"
-// printed as the code in hex.
+// Records every line with its object and level, "%terr" printed as the
+// code in hex.
 class TraceCapture {
  public:
+  struct Line {
+    const void* object;
+    uint32_t level;
+    std::string text;
+  };
   TraceCapture() {
     table_[kHostQueryServiceSlot] = reinterpret_cast<void*>(&QueryService);
     // Destruction restores this services table; every test heap's entries
@@ -35,20 +40,20 @@ class TraceCapture {
     Lines().clear();
   }
   ~TraceCapture() { SetModuleHost(nullptr); }
-  static std::vector<std::string>& Lines() {
-    static std::vector<std::string> lines;
+  static std::vector<Line>& Lines() {
+    static std::vector<Line> lines;
     return lines;
   }
 
  private:
-  static tERROR Capture(void*, uint32_t level, const char* format, va_list args) {
+  static tERROR Capture(void* object, uint32_t level, const char* format, va_list args) {
     std::string f = format;
     for (size_t at; (at = f.find("%terr")) != std::string::npos;) f.replace(at, 5, "%08X");
     char text[512];
     std::vsnprintf(text, sizeof text, f.c_str(), args);
     static std::mutex mutex;  // stores with the locking property trace from several threads
     std::lock_guard lock(mutex);
-    if (level != kTraceOperation) Lines().push_back(std::to_string(level) + " " + text);
+    Lines().push_back({object, level, text});
     return ResultOk;
   }
   static tERROR QueryService(void*, void** out, uint32_t, uint32_t service, uint32_t) {

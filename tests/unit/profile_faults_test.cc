@@ -83,7 +83,7 @@ TEST(ProfileFaultsTest, FlushUnderEveryFailingCall) {
             char code[16];
             std::snprintf(code, sizeof code, "%08X", static_cast<unsigned>(result));
             const auto& lines = TraceCapture::Lines();
-            EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](auto& l) { return l.find(code) != l.npos; }));
+            EXPECT_TRUE(std::any_of(lines.begin(), lines.end(), [&](auto& l) { return l.text.find(code) != std::string::npos; }));
           }
           // Where a generation is promised, it is whole.
           if (prhost::FileExists(p)) {

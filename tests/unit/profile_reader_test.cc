@@ -172,35 +172,6 @@ TEST_F(ProfileReaderTest, NestingLimit) {
   }
 }
 
-// Running out of host memory at any allocation gives ErrNoMemory and
-// leaks nothing; the tree keeps what was read before (the fixture checks
-// the heap balance after destroying it).
-TEST_F(ProfileReaderTest, OutOfMemoryAtEveryAllocation) {
-  const std::string documents[] = {
-      Native("<key name='A/B'><tSTRING name='s'>text</tSTRING><tBINARY name='b'>00FF</tBINARY></key>"
-             "<tDWORD name='d'>5</tDWORD>"),
-      "<r id='1'><a x='y'>text</a><a/></r>",
-  };
-  for (const std::string& text : documents) {
-    int failures = 0;
-    for (uint64_t n = 1;; ++n) {
-      ClearKey(root());
-      heap_.FailAt(n);
-      const tERROR code = Read(text);
-      const bool injected = heap_.failed_any();
-      heap_.FailAt(0);
-      if (!injected) {
-        EXPECT_EQ(code, ResultOk) << text;
-        EXPECT_GE(failures, 5) << text;
-        break;
-      }
-      // A key whose name cannot be copied is still made, unnamed.
-      EXPECT_TRUE(code == ErrNoMemory || code == ResultOk) << text << " failing allocation " << n;
-      failures += code == ErrNoMemory;
-    }
-  }
-}
-
 // Every prefix of a profile fails with a documented code and never reads
 // outside its range.
 TEST_F(ProfileReaderTest, EveryTruncationFailsCleanly) {

@@ -188,45 +188,6 @@ void ExpectConsistent(KeyNode* key) {
   for (ValueEntry* e : key->value_index) ASSERT_TRUE(IsLinked(e));
 }
 
-// Every add fails at each of its allocations in turn (n = 1, 2, ... until it
-// succeeds): the tree stays as it was, consistent, and nothing leaks.
-TEST_F(PathTest, AddingValuesUnderEveryFailingAllocation) {
-  KeyNode* key = Open("k");
-  AddDword(key, "existing", 7);
-  const std::string before = DescribeKey(root());
-  const std::function<tERROR()> adds[] = {
-      [&] { return AddValue(key, "new", tDWORD, "\1\2\3\4", 4); },
-      [&] { return AddValue(key, "new", tSTRING, "some text", 10); },
-      [&] { return AddValue(key, "new", tBINARY, "\1\2\3", 3); },
-      [&] { return AddUniqueValue(key, "new", tDWORD, "\1\2\3\4", 4); },
-      [&] { return AddValueAt(key, 1, tQWORD, "\0\0\0\0\0\0\0\1", 8); },
-  };
-  for (size_t i = 0; i < std::size(adds); ++i) {
-    uint64_t n = 1;
-    for (;; ++n) {
-      heap_.FailAt(n);
-      const tERROR err = adds[i]();
-      const bool injected = heap_.failed_any();
-      heap_.FailAt(0);
-      ExpectConsistent(root());
-      if (!injected) break;
-      EXPECT_EQ(err, ErrNoMemory) << i;
-      EXPECT_EQ(DescribeKey(root()), before) << i;
-    }
-    EXPECT_GE(n, 3u) << i;  // entry, value object, ...
-    ASSERT_EQ(RemoveValueByIndex(key, 1), ResultOk);
-  }
-  // Forced creation under every failing allocation keeps the tree consistent.
-  for (uint64_t n = 1; n < 100; ++n) {
-    heap_.FailAt(n);
-    const bool made = OpenOrCreateKey(root(), "dup", true) != nullptr;
-    const bool injected = heap_.failed_any();
-    heap_.FailAt(0);
-    ExpectConsistent(root());
-    if (made && !injected) break;
-  }
-}
-
 // A name that cannot be copied leaves the key unnamed and unindexed instead
 // of failing; InitTree fails whole.
 TEST_F(PathTest, UnnamedKeysAndInitTree) {

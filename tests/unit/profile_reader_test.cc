@@ -69,6 +69,9 @@ const ReadCase kNativeCases[] = {
      "s:tSTRING=abc<&amp;>&;"},
     {Native("<tSTRING name='s'>&#x41;&#65;&#x20AC;&#x1F600;|&#x110000;|&#x10FFFF;|&foo;&#0;&;&#x;&#12&amp</tSTRING>"), ResultOk,
      "s:tSTRING=AA\xE2\x82\xAC\xF0\x9F\x98\x80||\xF4\x8F\xBF\xBF|&foo;&#0;&;&#x;&#12&amp;"},
+    // Each UTF-8 length at both of its edges.
+    {Native("<tSTRING name='s'>&#x7F;&#x80;&#x7FF;&#x800;&#xFFFF;&#x10000;</tSTRING>"), ResultOk,
+     "s:tSTRING=\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80;"},
     {Native("<tSTRING name='s'>&#4294967361;&#x100000041;</tSTRING>"), ResultOk, "s:tSTRING=AA;"},
     {Native("<tSTRING name='s'>a\r\nb</tSTRING>"), ResultOk, "s:tSTRING=a\r\nb;"},
     {Native("<tSTRING name='s'>x<b>y</b>z</tSTRING><tDWORD name='d'>1</tDWORD>"), ResultOk,

@@ -287,6 +287,7 @@ class Run {
 
   // One to three names; the first separators are '/', the later ones '\',
   // and the bytes of a name change case at random (so '@' meets '`').
+  // Now and then a leading '/' makes the path name its start.
   Path MakePath() {
     static const char* const kNames[] = {"alpha", "Beta", "z@[Zeta", "DELTA_0123"};
     Path p;
@@ -301,6 +302,10 @@ class Run {
       if (i > 0) p.text += i <= slashes ? '/' : '\\';
       p.text += name;
       p.names.push_back(name);
+    }
+    if (Next() % 16 == 0) {  // a leading '/' names the start key itself
+      p.text.insert(0, 1, '/');
+      p.names.clear();
     }
     return p;
   }
@@ -410,10 +415,11 @@ class Run {
       }
       case 6: {  // delete a key by path or by index
         if (Next() & 1) {
-          Key* parent = Walk(&m.root, {p.names.begin(), p.names.end() - 1}, false);
+          Key* parent = p.names.empty() ? nullptr : Walk(&m.root, {p.names.begin(), p.names.end() - 1}, false);
           const Key* gone = parent != nullptr ? Find(parent->keys, p.names.back()) : nullptr;
           const tERROR code = r.DeleteKey(0, p.text.c_str());
-          Expect("DeleteKey", code, gone != nullptr ? kOk : kErrNotFound);
+          // The start key itself is never removed.
+          Expect("DeleteKey", code, gone != nullptr ? kOk : p.names.empty() ? kErrBadParameter : kErrNotFound);
           CheckLines(side, "DeleteKey", code);
           if (gone != nullptr) {
             std::erase_if(parent->keys, [&](const auto& k) { return k.get() == gone; });

@@ -2,7 +2,6 @@
 # fuzz.sh [bounded|long [SECONDS]] [TARGET...]: builds the libFuzzer targets
 # with clang in build/fuzz (AddressSanitizer + UBSan) and runs them:
 #   profile_reader_fuzz  the document reader
-#   value_text_fuzz      each value type's set-from-text and its text fixpoint
 #   store_ops_fuzz       iRegistry call sequences on two stores against a model
 # Each target has its seed corpus in fuzz/corpus/TARGET and its kept crash
 # inputs in fuzz/crashes/TARGET.
@@ -20,8 +19,8 @@ shift || true
 seconds=3600
 if [ "$mode" = long ] && [[ ${1:-} =~ ^[0-9]+$ ]]; then seconds=$1; shift; fi
 targets=("$@")
-[ ${#targets[@]} -gt 0 ] || targets=(profile_reader_fuzz value_text_fuzz store_ops_fuzz)
-declare -A runs=([profile_reader_fuzz]=200000 [value_text_fuzz]=300000 [store_ops_fuzz]=30000)
+[ ${#targets[@]} -gt 0 ] || targets=(profile_reader_fuzz store_ops_fuzz)
+declare -A runs=([profile_reader_fuzz]=200000 [store_ops_fuzz]=30000)
 declare -A extra=([profile_reader_fuzz]="-dict=fuzz/profile.dict -max_len=65536")
 
 dir=build/fuzz

@@ -21,5 +21,5 @@ echo "== ThreadSanitizer (multi-threaded tests)"
 BUILD_TARGETS="propmap concurrency_tests" bash scripts/build.sh build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPROPMAP_SANITIZE=thread -DPROPMAP_BUILD_BENCH=OFF
 TSAN_OPTIONS=halt_on_error=1 ctest --test-dir build/tsan --output-on-failure -L concurrency -j"$jobs"
 
-echo "== fuzzing (bounded): document reader, values' text, iRegistry call sequences"
+echo "== fuzzing (bounded): document reader, iRegistry call sequences"
 bash scripts/fuzz.sh bounded

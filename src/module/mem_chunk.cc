@@ -45,17 +45,6 @@ void* cMemChunk::Release() {
   return block;
 }
 
-tERROR cMemChunk::Fit(uint32_t size, bool keep) {
-  if (size == kWholeSize) size = used_;
-  if (size == capacity_ && (size != 0 || data_ == nullptr)) return ResultOk;
-  if (size == 0) {
-    Clear();
-    capacity_ = 0;
-    return ResultOk;
-  }
-  return Resize(size, keep);
-}
-
 void cMemChunk::Clear() {
   HeapFree(host_, data_);
   data_ = nullptr;

@@ -27,8 +27,6 @@ class tag_MemChunk {
   // none. kWholeSize returns the current pointer unchanged. With `keep` the
   // contents move to a grown block; without it the old block is dropped first.
   virtual void* Reserve(uint32_t size, bool keep) = 0;
-  // Makes the capacity exactly `size` (kWholeSize: the used size); 0 releases.
-  [[nodiscard]] virtual tERROR Fit(uint32_t size, bool keep) = 0;
   // Releases the block; data and used size become zero.
   virtual void Clear() = 0;
 };
@@ -41,7 +39,6 @@ class cMemChunk final : public tag_MemChunk {
   cMemChunk& operator=(const cMemChunk&) = delete;
 
   void* Reserve(uint32_t size, bool keep) override;
-  [[nodiscard]] tERROR Fit(uint32_t size, bool keep) override;
   void Clear() override;
 
   // Room for `size` bytes: 0 or the host's code; a size that a 32-bit

@@ -39,14 +39,6 @@ class Exception : public exception {
   explicit Exception(std::string description = "ixo::Exception") : description_(std::move(description)) {}
   const char* what() const noexcept override { return description_.c_str(); }
 
-  Exception& AddNumber(std::string name, PropertyKind kind, uint32_t value) {
-    properties_.push_back({std::move(name), kind, value, std::nullopt});
-    return *this;
-  }
-  Exception& AddText(std::string name, std::string value) {
-    properties_.push_back({std::move(name), kPropertyText, std::nullopt, std::move(value)});
-    return *this;
-  }
   // The first property of that name, or null.
   const ExceptionProperty* Find(const std::string& name) const;
   const std::vector<ExceptionProperty>& properties() const { return properties_; }
@@ -61,15 +53,6 @@ template <typename Derived, typename Base>
 class ExceptionBase : public Base {
  public:
   using Base::Base;
-};
-
-// Carries a result code as its "ixo.result" property.
-class ResultCodeException : public ExceptionBase<ResultCodeException, Exception> {
- public:
-  explicit ResultCodeException(tERROR code, std::string description = "ixo::ResultCodeException")
-      : ExceptionBase(std::move(description)) {
-    AddNumber("ixo.result", kPropertyResult, static_cast<uint32_t>(code));
-  }
 };
 
 // A length beyond what an owned string can hold.

@@ -62,43 +62,6 @@ TEST_F(HardeningTest, HugeValuesConvertWithoutWrapping) {
   }
 }
 
-// A copy within one store, and into the source's own subtree, completes and
-// copies the subtree as it was when the copy began. Before each copy:
-// A{one=1, x{two="2", y}, z}, Other, and the destination key.
-TEST_F(HardeningTest, CopyWithinOneStore) {
-  const std::vector<std::string> kA = {"|one|4|01000000", "x", "x|two|9|3200", "x\\y", "z"};
-  struct Case {
-    const char* from;  // copied key (CopyKeyByName's path)
-    const char* into;  // destination key ("" for the root, where CopyKeyByName copies)
-    bool by_name;
-    std::vector<std::string> into_after;
-  } cases[] = {
-      {"A", "A\\backup", false, kA},
-      {"A", "A\\x\\deep", false, kA},
-      {"A", "Other", false, kA},
-      {"A", "A", false, kA},
-      {"A\\x", "A", false, {"|one|4|01000000", "|two|9|3200", "x", "x|two|9|3200", "x\\y", "z", "y"}},
-      {"A", "", true,
-       {"|one|4|01000000", "A", "A|one|4|01000000", "A\\x", "A\\x|two|9|3200", "A\\x\\y", "A\\z", "Other", "x",
-        "x|two|9|3200", "x\\y", "z"}},
-  };
-  for (const Case& c : cases) {
-    for (uint32_t locking : {0u, 1u}) {
-      SCOPED_TRACE(std::string(c.from) + " into '" + c.into + "'" + (locking ? " locking" : ""));
-      Store& s = OpenStore({.locking = locking});
-      MakeKeys(s, {"A\\x\\y", "A\\z", "Other"});
-      ASSERT_EQ(Rc{s.client().SetDword(KeyAt(s, "A"), "one", 1)}, Rc{kOk});
-      ASSERT_EQ(Rc{s.client().SetString(KeyAt(s, "A\\x"), "two", "2")}, Rc{kOk});
-      if (*c.into != '\0') MakeKeys(s, {c.into});
-      const hKey into = *c.into != '\0' ? KeyAt(s, c.into) : 0;
-      const tERROR code = c.by_name ? s.registry().CopyKeyByName(c.from, s.object())
-                                    : s.registry().CopyKey(KeyAt(s, c.from), s.object(), into);
-      EXPECT_EQ(Rc{code}, Rc{kOk});
-      EXPECT_EQ(Dump(s.registry(), into), c.into_after);
-    }
-  }
-}
-
 // A trace sink that calls back into the store: after a plain operation the
 // lock is free; inside a copy the store is held, so a write (or anything,
 // when the copy holds it exclusively) gets EDEADLK's code instead of a hang,
@@ -140,41 +103,6 @@ TEST_F(HardeningTest, CallbacksIntoAHeldStore) {
     EXPECT_EQ(Rc{code}, Rc{kOk});
     ASSERT_EQ(seen.size(), 1u);
     EXPECT_EQ(Rc{seen[0]}, Rc{c.expected});
-  }
-}
-
-// The destination's heap fails its N-th allocation, once, for N = 1, 2, ...
-// until the copy completes: each failure leaves a prefix of the full copy in
-// the destination, and every heap balances (checked by the fixture). Where
-// the failing allocation is a key's name, the key is made without a name and
-// the copy goes on: construction never fails, a behaviour kept on purpose.
-TEST_F(HardeningTest, CopyUnderAllocationFailureLeavesAPrefix) {
-  Store& source = OpenStore({.locking = 1});
-  MakeKeys(source, {"a\\b\\c", "a\\d", "e"});
-  ASSERT_EQ(Rc{source.client().SetString(KeyAt(source, "a"), "s", "text")}, Rc{kOk});
-  ASSERT_EQ(Rc{source.client().SetDword(KeyAt(source, "a\\b"), "n", 5)}, Rc{kOk});
-  const unsigned char blob[] = {1, 2, 3};
-  ASSERT_EQ(Rc{source.registry().SetValue(KeyAt(source, "a\\d"), "blob", tBINARY, blob, 3, 1)}, Rc{kOk});
-  const std::vector<std::string> full = Dump(source.registry());
-  for (bool fail_source : {false, true}) {
-    for (uint64_t n = 1;; ++n) {
-      SCOPED_TRACE((fail_source ? "source allocation " : "destination allocation ") + std::to_string(n));
-      Store& destination = OpenStore({.locking = 1});
-      (fail_source ? source : destination).heap().FailAt(n);
-      const tERROR code = source.registry().CopyKey(0, destination.object(), 0);
-      (fail_source ? source : destination).heap().ClearFault();
-      const std::vector<std::string> got = Dump(destination.registry());
-      if (code == kOk && got == full) break;  // the fault point lies past the copy's allocations
-      if (code == kOk) {
-        // A key whose name could not be copied is made nameless, silently (kept).
-        EXPECT_LE(got.size(), full.size());
-        continue;
-      }
-      EXPECT_EQ(Rc{code}, Rc{kErrNoMemory});
-      ASSERT_LE(got.size(), full.size());
-      EXPECT_TRUE(std::equal(got.begin(), got.end(), full.begin())) << "not a prefix";
-      ASSERT_LT(n, 200u);
-    }
   }
 }
 

@@ -12,31 +12,18 @@
 // stores it creates may be called from other threads inside a test.
 #pragma once
 
-#include <dirent.h>
-
 #include <memory>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "descriptors.h"
 #include "module_loader.h"
 #include "result_names.h"
 #include "store.h"
 
 namespace prhost::testing {
-
-// Entries of /proc/self/fd, not counting the one used to list them.
-inline int CountOpenDescriptors() {
-  DIR* dir = opendir("/proc/self/fd");
-  if (dir == nullptr) return -1;
-  int count = 0;
-  while (dirent* e = readdir(dir)) {
-    if (e->d_name[0] != '.') ++count;
-  }
-  closedir(dir);
-  return count - 1;
-}
 
 // A result code that gtest prints by name: EXPECT_EQ(Rc{got}, Rc{kErrNotFound}).
 struct Rc {
@@ -47,7 +34,7 @@ inline void PrintTo(const Rc& rc, std::ostream* os) { *os << FormatResult(rc.cod
 
 class HostTest : public ::testing::Test {
  protected:
-  void SetUp() override { descriptors_ = CountOpenDescriptors(); }
+  void SetUp() override { descriptors_ = OpenDescriptors(); }
 
   void TearDown() override {
     stores_.clear();
@@ -61,7 +48,7 @@ class HostTest : public ::testing::Test {
     }
     default_module_.reset();
     modules_.clear();
-    EXPECT_EQ(CountOpenDescriptors(), descriptors_) << "descriptors leaked";
+    EXPECT_EQ(OpenDescriptors(), descriptors_) << "descriptors leaked";
   }
 
   // The module loaded the ordinary way; loaded on first use.

@@ -188,21 +188,5 @@ TEST_F(ModuleFrameTest, PlaceholderTableFromConstructionToDestruction) {
   }
 }
 
-// The trace level limit a host may apply before formatting a line keeps
-// exactly the lines at or below it (the OpenKey line is written at 600).
-TEST_F(ModuleFrameTest, TraceLevelLimitKeepsOnlyLinesAtOrBelowIt) {
-  for (const auto& [limit, operation_lines] : {std::pair{UINT32_MAX, true}, {600u, true}, {599u, false}, {0u, false}}) {
-    SCOPED_TRACE(limit);
-    auto m = Load({.private_copy = true, .host = {.trace_level_limit = limit}});
-    ASSERT_FALSE(Failed(OpenStore({}, m).registry().OpenKey(nullptr, 0, "a", 1)));
-    bool seen = false;
-    for (const TraceLine& line : m->trace().Lines()) {
-      EXPECT_LE(line.level, limit) << line;
-      seen = seen || line.level == 600;
-    }
-    EXPECT_EQ(seen, operation_lines);
-  }
-}
-
 }  // namespace
 }  // namespace prhost::testing

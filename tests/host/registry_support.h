@@ -1,8 +1,7 @@
-// Helpers for the host tests of the registry operations: the trace lines one
-// call wrote, a tree built from paths, a whole subtree read back through the
-// enumeration operations so two stores can be compared, tables of calls (Row)
-// that pin code, outputs and trace lines of each call in one line, native
-// byte images of values and reads and writes with an ample buffer.
+// Helpers for the host tests of the registry operations: a tree built from
+// paths, tables of calls (Row) that pin code and outputs of each call in one
+// line, native byte images of values and reads and writes with an ample
+// buffer. The tree dump is the model's (store_model.h).
 //
 // Thread-safety: for the test's main thread.
 #pragma once
@@ -24,21 +23,11 @@
 #include <gtest/gtest.h>
 
 #include "host_fixture.h"
+#include "store_model.h"
 
 namespace prhost::testing {
 
-// Runs `call`; returns its code and the lines it made the module write for `store`.
-template <typename Call>
-std::pair<tERROR, std::vector<TraceLine>> Traced(const Store& store, Call&& call) {
-  const size_t before = store.TraceLines().size();
-  const tERROR code = call();
-  std::vector<TraceLine> lines = store.TraceLines();
-  lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(before));
-  return {code, std::move(lines)};
-}
-
-// A line expected for `store` at the operation level.
-inline TraceLine Line(const Store& store, std::string text) { return TraceLine{600, store.object(), text, true}; }
+using model::Dump;
 
 inline void MakeKeys(const Store& store, std::initializer_list<const char*> paths) {
   for (const char* path : paths) {
@@ -58,46 +47,6 @@ inline std::string FullName(const Store& store, hKey key) {
   if (key == kInvalidKey) return "none";
   Result<std::string> name = store.client().KeyName(key, true);
   return name.ok() ? name.value : "<" + FormatResult(name.code) + ">";
-}
-
-// The subtree below `top` in enumeration order, one entry per key ("a\b")
-// and per value ("a\b|Name|type|hex bytes"). Iterative, so deep chains are fine.
-inline std::vector<std::string> Dump(const Registry& r, hKey top = 0) {
-  std::vector<std::string> out;
-  std::vector<std::pair<hKey, std::string>> pending{{top, ""}};
-  while (!pending.empty()) {
-    auto [key, path] = pending.back();
-    pending.pop_back();
-    uint32_t values = 0, keys = 0;
-    const bool readable = Succeeded(r.GetValueCount(&values, key)) && Succeeded(r.GetKeyCount(&keys, key));
-    if (!readable) {
-      out.push_back(path + " <unreadable>");
-      continue;
-    }
-    if (!path.empty()) out.push_back(path);
-    for (uint32_t i = 0; i < values; ++i) {
-      char name[256] = {};
-      unsigned char bytes[256] = {};
-      uint32_t size = 0, type = 0;
-      tERROR code = r.GetValueNameByIndex(&size, key, i, name, sizeof name);
-      if (Succeeded(code)) code = r.GetValueByIndex(&size, key, i, &type, bytes, sizeof bytes);
-      std::string entry = path + "|" + name + "|" + std::to_string(type) + "|";
-      if (Failed(code)) entry += FormatResult(code);
-      const char* hex = "0123456789abcdef";
-      for (uint32_t b = 0; Succeeded(code) && b < size; ++b) entry += {hex[bytes[b] >> 4], hex[bytes[b] & 15]};
-      out.push_back(entry);
-    }
-    for (uint32_t i = keys; i-- > 0;) {  // reversed so sub-keys come out in order
-      hKey child = kInvalidKey;
-      char name[256] = {};
-      uint32_t size = 0;
-      if (Failed(r.OpenKeyByIndex(&child, key, i)) || Failed(r.GetKeyNameByIndex(&size, key, i, name, sizeof name, 0)))
-        out.push_back(path + " <child unreadable>");
-      else
-        pending.emplace_back(child, path.empty() ? std::string(name) : path + "\\" + name);
-    }
-  }
-  return out;
 }
 
 // What one call wrote through its outputs; untouched fields keep their fill.
@@ -124,16 +73,13 @@ inline std::string Render(const Store& s, const Out& o) {
 
 // One call of a table. Unless `root` is null (root left as it is, `h` 0), `h`
 // is the handle of `at` (0 when null) and the root is then set to `root`.
-// `line` holds the trace lines without their ": <result>" tail, separated by
-// newlines, "{h}" standing for h's low half as %d. With `root_after`, the
-// root point is checked afterwards.
+// With `root_after`, the root point is checked afterwards.
 struct Row {
   const char* root;
   const char* at;
   std::function<tERROR(Store& s, hKey h, Out& o)> call;
   tERROR code;
   std::string out;
-  std::string line;
   const char* root_after = nullptr;
 };
 #define OP(expr) \
@@ -144,7 +90,7 @@ struct Row {
 
 inline void CheckRows(Store& s, std::span<const Row> rows) {
   for (const Row& row : rows) {
-    SCOPED_TRACE(row.line + (row.root ? " at root " + std::string(row.root) : ""));
+    SCOPED_TRACE("row " + std::to_string(&row - rows.data()) + (row.root ? " at root " + std::string(row.root) : ""));
     hKey h = 0;
     if (row.root != nullptr) {  // handles are looked up from the top root
       ASSERT_EQ(Rc{s.registry().SetRootStr("")}, Rc{kOk});
@@ -152,16 +98,8 @@ inline void CheckRows(Store& s, std::span<const Row> rows) {
       ASSERT_EQ(Rc{s.registry().SetRootStr(row.root)}, Rc{kOk});
     }
     Out o;
-    auto [code, lines] = Traced(s, [&] { return row.call(s, h, o); });
-    EXPECT_EQ(Rc{code}, Rc{row.code});
+    EXPECT_EQ(Rc{row.call(s, h, o)}, Rc{row.code});
     EXPECT_EQ(Render(s, o), row.out);
-    std::vector<TraceLine> want;
-    std::istringstream texts(row.line);
-    for (std::string text; std::getline(texts, text);) {
-      if (size_t at = text.find("{h}"); at != std::string::npos) text.replace(at, 3, std::to_string(int32_t(h)));
-      want.push_back(Line(s, text + ": " + FormatResult(row.code)));
-    }
-    EXPECT_EQ(lines, want);
     if (row.root_after != nullptr) {
       EXPECT_EQ(s.GetRootPoint().value, row.root_after);
     }
@@ -225,25 +163,6 @@ using Seeds = std::vector<std::tuple<const char*, TypeId, Bytes>>;
 inline void Seed(const Registry& r, const Seeds& values, hKey key = 0) {
   for (const auto& [name, type, data] : values) EXPECT_EQ(Rc{Put(r, key, name, type, data)}, Rc{kOk}) << name;
 }
-
-// How the set operations print the data address: its low 32 bits in "%x".
-inline std::string AddressText(const void* data) {
-  char text[16];
-  std::snprintf(text, sizeof text, "%x", static_cast<uint32_t>(reinterpret_cast<uintptr_t>(data)));
-  return text;
-}
-
-// Trace lines of one store written after the mark was taken.
-struct TraceMark {
-  const Store& store;
-  const size_t start = store.TraceLines().size();
-  std::vector<std::string> Texts() const {
-    std::vector<std::string> texts;
-    const std::vector<TraceLine> all = store.TraceLines();
-    for (size_t i = start; i < all.size(); ++i) texts.push_back(all[i].text);
-    return texts;
-  }
-};
 
 // Dump with each value cut to "path|name" unless `with_data`.
 inline std::vector<std::string> Listing(const Registry& r, hKey key = 0, bool with_data = false) {

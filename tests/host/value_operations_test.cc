@@ -31,35 +31,24 @@ TEST_F(ValueOperationsTest, TypeZeroReportsTheStoredTypeAndReadsTheNativeForm) {
 // Reads by name and by index and value names follow the output protocol, each
 // with its one line; names compare without case; past the last value a name
 // read gives no text and no error.
-const std::string kGet = "prmap\tGetting value ?\\", kByIndex = "prmap\tGetting value by index ",
-                  kName = "prmap\tGetValueNameByIndex ";
 const Row kReadRows[] = {
-    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "beta", &o.type, nullptr, 0))), kOk, "#4",
-     kGet + "beta"},
-    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "Beta", &o.type, nullptr, 4))), kErrBadParameter,
-     "#4", kGet + "Beta"},
-    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "Beta", &o.type, o.text, 3))), kErrBufferTooSmall,
-     "#4", kGet + "Beta"},
-    {nullptr, nullptr, OP((o.type = tSTRING, r.GetValue(&o.size, 0, "Beta", &o.type, o.text, 8))), kOk, "#2 1\\0",
-     kGet + "Beta"},
-    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "other", &o.type, o.text, 4))), kErrNotFound, "",
-     kGet + "other"},
-    {nullptr, nullptr, OP(r.GetValue(nullptr, 0, "Beta", nullptr, o.text, 4)), kErrBadParameter, "", kGet + "Beta"},
-    {nullptr, nullptr, OP((o.type = 0, r.GetValueByIndex(&o.size, 0, 1, &o.type, o.text, 8))), kOk, "#4 abc\\0",
-     kByIndex + "1"},
-    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValueByIndex(&o.size, 0, 2, &o.type, o.text, 4))), kErrNotFound,
-     "", kByIndex + "2"},
-    {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 1, o.text, 5)), kErrBufferTooSmall, "#6", kName},
-    {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 2, o.text, 8)), kOk, "#0", kName},
-    {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 1, o.text, 6)), kOk, "#6 alpha\\0", kName},
+    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "beta", &o.type, nullptr, 0))), kOk, "#4"},
+    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "Beta", &o.type, nullptr, 4))), kErrBadParameter, "#4"},
+    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "Beta", &o.type, o.text, 3))), kErrBufferTooSmall, "#4"},
+    {nullptr, nullptr, OP((o.type = tSTRING, r.GetValue(&o.size, 0, "Beta", &o.type, o.text, 8))), kOk, "#2 1\\0"},
+    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "other", &o.type, o.text, 4))), kErrNotFound, ""},
+    {nullptr, nullptr, OP(r.GetValue(nullptr, 0, "Beta", nullptr, o.text, 4)), kErrBadParameter, ""},
+    {nullptr, nullptr, OP((o.type = 0, r.GetValueByIndex(&o.size, 0, 1, &o.type, o.text, 8))), kOk, "#4 abc\\0"},
+    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValueByIndex(&o.size, 0, 2, &o.type, o.text, 4))), kErrNotFound, ""},
+    {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 1, o.text, 5)), kErrBufferTooSmall, "#6"},
+    {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 2, o.text, 8)), kOk, "#0"},
+    {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 1, o.text, 6)), kOk, "#6 alpha\\0"},
 };
 // A store whose initialisation never ran resolves no handle.
 const Row kReadsWithoutTree[] = {
-    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "Beta", &o.type, o.text, 4))), kErrInvalidHandle,
-     "", kGet + "Beta"},
-    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValueByIndex(&o.size, 0, 0, &o.type, o.text, 4))),
-     kErrInvalidHandle, "", kByIndex + "0"},
-    {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 0, o.text, 8)), kErrInvalidHandle, "#0", kName},
+    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "Beta", &o.type, o.text, 4))), kErrInvalidHandle, ""},
+    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValueByIndex(&o.size, 0, 0, &o.type, o.text, 4))), kErrInvalidHandle, ""},
+    {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 0, o.text, 8)), kErrInvalidHandle, "#0"},
 };
 
 TEST_F(ValueOperationsTest, ReadsAndNamesFollowTheOutputProtocolAndWriteTheirLine) {

@@ -7,28 +7,17 @@
 // injected faults never leak descriptors. Destruction restores the real
 // table.
 //
-// OpenDescriptors counts this process's descriptors, for leak checks.
-//
 // Thread-safety: plain globals; one instance at a time, single-threaded use.
 #pragma once
-
-#include <dirent.h>
 
 #include <cerrno>
 #include <functional>
 #include <optional>
 
+#include "descriptors.h"
 #include "persistence/system_calls.h"
 
 namespace propmap::testing {
-
-inline int OpenDescriptors() {
-  int count = 0;
-  DIR* dir = opendir("/proc/self/fd");
-  while (dirent* e = readdir(dir)) count += e->d_name[0] != '.';
-  closedir(dir);
-  return count;
-}
 
 class SystemCallFaults {
  public:

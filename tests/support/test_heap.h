@@ -1,7 +1,8 @@
-// A counting object-services heap for unit tests that link the module's code
-// directly. It fills new blocks with 0xA5 (the module must not assume zeroed
-// memory), tracks every live block, and can fail the N-th allocation from now,
-// once or persistently.
+// The one test heap: an object-services heap for tests that link the
+// module's code directly. It fills new blocks with 0xA5 (the module must not
+// assume zeroed memory), keeps every live block in a list of its own (so it
+// never uses the free store, which a test may be failing) and can fail the
+// N-th allocation from now, once or persistently.
 //
 // Thread-safety: allocation is serialised by an internal mutex so that
 // multi-threaded unit tests may share one heap.
@@ -11,7 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <unordered_map>
 
 #include "module/obj_services.h"
 
@@ -28,21 +28,18 @@ class TestHeap {
     anchor_.owner = this;
   }
   ~TestHeap() {
-    for (auto& [block, size] : live_) std::free(block);
+    while (live_.next != &live_) Unlink(live_.next);
   }
   TestHeap(const TestHeap&) = delete;
   TestHeap& operator=(const TestHeap&) = delete;
 
   iObj* host() { return &anchor_.obj; }
+  // Gives back a block the module handed out (a string object's characters).
+  void Release(void* block) { (void)Free(&anchor_, block); }
 
-  size_t live_blocks() const { std::lock_guard g(mu_); return live_.size(); }
-  size_t live_bytes() const {
-    std::lock_guard g(mu_);
-    size_t total = 0;
-    for (auto& [block, size] : live_) total += size;
-    return total;
-  }
+  size_t live_blocks() const { return Sum(false); }
   uint64_t allocations() const { std::lock_guard g(mu_); return allocations_; }
+  size_t live_bytes() const { return Sum(true); }
 
   // The n-th allocation or reallocation from now (1-based) fails with `code`;
   // with `persistent` every later one fails too. n = 0 disarms. Arming
@@ -58,51 +55,68 @@ class TestHeap {
   bool failed_any() const { std::lock_guard g(mu_); return failures_ > 0; }
 
  private:
+  struct alignas(16) Block {
+    Block* prev;
+    Block* next;
+    size_t size;
+    const TestHeap* owner;  // cleared when freed, so a double free shows
+  };
   // The services word and a way back to its heap; `self` points at `obj`.
   struct Anchor {
     iObj obj;
     TestHeap* owner;
   };
   static TestHeap* From(void* self) { return static_cast<Anchor*>(self)->owner; }
-  bool ShouldFail() {
-    ++allocations_;
-    bool fail = fail_at_ != 0 && (allocations_ == fail_at_ || (persistent_ && allocations_ > fail_at_));
-    if (fail) ++failures_;
-    return fail;
+  size_t Sum(bool bytes) const {
+    std::lock_guard g(mu_);
+    size_t total = 0;
+    for (const Block* b = live_.next; b != &live_; b = b->next) total += bytes ? b->size : 1;
+    return total;
+  }
+  static void Unlink(Block* b) {
+    b->prev->next = b->next;
+    b->next->prev = b->prev;
+    std::free(b);
+  }
+  Block* Find(void* block) {
+    Block* b = static_cast<Block*>(block) - 1;
+    if (b->owner != this) std::abort();  // double free or a foreign block: a module bug
+    b->owner = nullptr;
+    return b;
   }
   static tERROR Alloc(void* self, void** out, uint32_t size) { return Realloc(self, out, nullptr, size); }
   static tERROR Realloc(void* self, void** inout, void* old_block, uint32_t size) {
     TestHeap* h = From(self);
     std::lock_guard g(h->mu_);
-    if (h->ShouldFail()) return h->code_;
-    size_t old_size = 0;
-    if (old_block != nullptr) {
-      auto it = h->live_.find(old_block);
-      if (it == h->live_.end()) std::abort();  // not ours: a module bug
-      old_size = it->second;
-      h->live_.erase(it);
+    ++h->allocations_;
+    if (h->fail_at_ != 0 && (h->allocations_ == h->fail_at_ || (h->persistent_ && h->allocations_ > h->fail_at_))) {
+      ++h->failures_;
+      return h->code_;
     }
-    void* block = std::realloc(old_block, size == 0 ? 1 : size);
-    if (size > old_size) std::memset(static_cast<char*>(block) + old_size, 0xA5, size - old_size);
-    h->live_[block] = size;
-    *inout = block;
+    auto* b = static_cast<Block*>(std::malloc(sizeof(Block) + size));
+    if (b == nullptr) std::abort();
+    std::memset(b + 1, 0xA5, size);
+    *b = {&h->live_, h->live_.next, size, h};
+    h->live_.next = h->live_.next->prev = b;
+    if (old_block != nullptr) {
+      Block* old = h->Find(old_block);
+      std::memcpy(b + 1, old_block, old->size < size ? old->size : size);
+      Unlink(old);
+    }
+    *inout = b + 1;
     return ResultOk;
   }
   static tERROR Free(void* self, void* block) {
     TestHeap* h = From(self);
     std::lock_guard g(h->mu_);
-    if (block == nullptr) return ResultOk;
-    auto it = h->live_.find(block);
-    if (it == h->live_.end()) std::abort();  // double free or foreign block
-    h->live_.erase(it);
-    std::free(block);
+    if (block != nullptr) Unlink(h->Find(block));
     return ResultOk;
   }
 
   Anchor anchor_;
   void* table_[kObjTableEntries];
   mutable std::mutex mu_;
-  std::unordered_map<void*, size_t> live_;
+  Block live_{&live_, &live_, 0, nullptr};
   uint64_t allocations_ = 0;
   uint64_t fail_at_ = 0;
   uint64_t failures_ = 0;

@@ -515,9 +515,13 @@ TEST_F(ToolTest, PipesAndStandardInputAreReadWhole) {
   o = Tool({"-p", "fifo", "set", "a", "1", "--type", "tDWORD"});
   EXPECT_EQ(o.exit, 2);
   EXPECT_NE(o.err.find("fifo: is not a regular file"), std::string::npos) << o.err;
+  // A linked profile is saved to the file it leads to; the link stays.
   ASSERT_EQ(::symlink("profiles.xml", Path("link.xml").c_str()), 0);
-  EXPECT_EQ(Tool({"-p", "link.xml", "set", "a", "1", "--type", "tDWORD"}).exit, 2);
-  EXPECT_EQ(Ok({"-p", "link.xml", "get", "Window/Width"}), "1680\n");
+  EXPECT_EQ(Tool({"-p", "link.xml", "set", "a", "1", "--type", "tDWORD"}).exit, 0);
+  EXPECT_EQ(Ok({"get", "a"}), "1\n");
+  struct stat st;
+  ASSERT_EQ(::lstat(Path("link.xml").c_str(), &st), 0);
+  EXPECT_TRUE(S_ISLNK(st.st_mode));
 }
 
 // The deepest tree the module reads passes through every command.

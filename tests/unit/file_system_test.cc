@@ -80,34 +80,6 @@ TEST(FileSystemTest, LongPathsThatCannotBeWalked) {
   }
 }
 
-TEST(FileSystemTest, CopyReadsChunksUntilAShortOrEmptyRead) {
-  struct Row {
-    size_t size;
-    unsigned reads;  // of the source; a full last chunk needs one more read returning 0
-  } rows[] = {{0, 1}, {1, 1}, {32767, 1}, {32768, 2}, {40000, 2}, {65536, 3}, {100000, 4}};
-  TempDir temp;
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.size);
-    std::string content(row.size, '\0');
-    for (size_t i = 0; i < row.size; ++i) content[i] = static_cast<char>(i * 7 + i / 251);
-    ASSERT_TRUE(prhost::WriteWholeFile(temp.Join("src"), content));
-    ASSERT_EQ(::chmod(temp.Join("src").c_str(), 04640), 0);
-    ::unlink(temp.Join("dst").c_str());
-    SystemCallFaults faults;
-    EXPECT_EQ(CopyFile(temp.Join("src").c_str(), temp.Join("dst").c_str(), true), ResultOk);
-    EXPECT_EQ(faults.calls(SysCall::kRead), row.reads);
-    EXPECT_EQ(prhost::ReadWholeFile(temp.Join("dst")), content);
-    struct stat st;
-    ASSERT_EQ(::stat(temp.Join("dst").c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 07777, 0640u) << "set-user-ID dropped";
-  }
-  EXPECT_EQ(CopyFile(temp.Join("src").c_str(), temp.Join("dst").c_str(), true), ErrFsExists);
-  ASSERT_TRUE(prhost::WriteWholeFile(temp.Join("dst"), std::string(200000, 'o')));
-  EXPECT_EQ(CopyFile(temp.Join("src").c_str(), temp.Join("dst").c_str(), false), ResultOk);
-  EXPECT_EQ(prhost::ReadWholeFile(temp.Join("dst"))->size(), 100000u) << "truncated first";
-  EXPECT_EQ(CopyFile(temp.Join("missing").c_str(), temp.Join("dst").c_str(), false), ErrFsNoEntry);
-}
-
 TEST(FileSystemTest, MakeDirectoriesWithParents) {
   TempDir temp;
   ASSERT_TRUE(prhost::WriteWholeFile(temp.Join("file"), "x"));
@@ -117,53 +89,6 @@ TEST(FileSystemTest, MakeDirectoriesWithParents) {
   struct stat st;
   EXPECT_EQ(::stat(temp.Join("a/b/c").c_str(), &st), 0);
   EXPECT_TRUE(S_ISDIR(st.st_mode));
-}
-
-// Fails the N-th system call of an operation, for N = 1, 2, ... until the
-// operation no longer makes N calls; every failure must surface as its code
-// and release every descriptor.
-TEST(FileSystemTest, EveryFailingCallIsReportedAndReleased) {
-  const struct {
-    int error;
-    tERROR code;
-  } errors[] = {{EIO, ErrIo}, {ENOSPC, ErrNoSpace}, {EACCES, ErrAccessDenied}};
-  TempDir temp;
-  DeepDirectory deep(temp.path(), 5000);
-  const std::string a = deep.path() + "/a";
-  const std::string b = deep.path() + "/b";
-  for (const auto& e : errors) {
-    for (bool persistent : {false, true}) {
-      for (unsigned n = 1;; ++n) {
-        SCOPED_TRACE("call " + std::to_string(n) + " errno " + std::to_string(e.error));
-        ASSERT_TRUE(prhost::WriteWholeFile(temp.Join("src"), std::string(70000, 's')));
-        ASSERT_TRUE(deep.Write("a", "new") && deep.Write("b", "old"));
-        ::unlink(temp.Join("dst").c_str());
-        const int descriptors = OpenDescriptors();
-        tERROR copied;
-        tERROR moved;
-        unsigned failed;
-        {
-          SystemCallFaults faults;
-          faults.FailNth(n, e.error, persistent);
-          copied = CopyFile(temp.Join("src").c_str(), temp.Join("dst").c_str(), true);
-          faults.FailNth(n, e.error, persistent);
-          moved = MoveFile(a.c_str(), b.c_str());
-          failed = faults.failed();
-        }
-        EXPECT_EQ(OpenDescriptors(), descriptors);
-        EXPECT_TRUE(copied == ResultOk || copied == e.code) << std::hex << copied;
-        // A failed status read in the comparison falls through to the rename,
-        // which then refuses the existing target or the unseen source.
-        EXPECT_TRUE(moved == ResultOk || moved == e.code || moved == ErrFsNotDirectory || moved == ErrFsExists) << std::hex << moved;
-        if (moved == ResultOk) {
-          EXPECT_EQ(deep.Read("b"), "new");
-        } else {
-          EXPECT_TRUE(deep.Read("b") == "old" || deep.Read("b") == std::nullopt);
-        }
-        if (failed == 0) break;
-      }
-    }
-  }
 }
 
 }  // namespace

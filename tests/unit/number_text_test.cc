@@ -48,55 +48,5 @@ TEST(NumberTextTest, IntegersMatchPrintf) {
   }
 }
 
-TEST(TextRulesTest, PlainAndOtherTextsParseAsTheCLibraryDoes) {
-  struct Row {
-    const char* text;
-    tERROR result;
-    uint64_t value;
-  };
-  const Row rows[] = {
-      {"", ResultOk, 0},          {"0", ResultOk, 0},
-      {"007", ResultOk, 7},       {"9999999999999999999", ResultOk, 9999999999999999999u},
-      {"18446744073709551615", ResultOk, UINT64_MAX},
-      {"18446744073709551616", ResultOk, UINT64_MAX},  // decimal overflow is all ones
-      {"-1", ResultOk, UINT64_MAX}, {" 5", ResultOk, 5},
-      {"1a", ResultOk, 0x1a},     {"5 ", ErrBadParameter, 0},
-  };
-  for (const Row& row : rows) {
-    uint64_t value = 0;
-    EXPECT_EQ(ParseUnsignedText(row.text, UINT64_MAX, &value), row.result) << row.text;
-    EXPECT_EQ(value, row.value) << row.text;
-  }
-  uint64_t value = 0;
-  EXPECT_EQ(ParseUnsignedText("256", 255, &value), ErrBadParameter);
-  int64_t signed_value = 0;
-  EXPECT_EQ(ParseSignedText("2147483648", INT32_MAX, &signed_value), ErrBadParameter);
-  EXPECT_EQ(ParseSignedText("9223372036854775807", INT64_MAX, &signed_value), ResultOk);
-  EXPECT_EQ(signed_value, INT64_MAX);
-}
-
-TEST(TextRulesTest, BooleanNumbersReadAsStrtoulInAnyBase) {
-  for (const char* text : {"0", "1", "9", "10", "010", "0x1F", "4294967297", "18446744073709551615",
-                           "99999999999999999999", "1x"}) {
-    uint32_t value = 77;
-    ASSERT_EQ(ParseBooleanText(text, &value), ResultOk) << text;
-    EXPECT_EQ(value, static_cast<uint32_t>(std::strtoul(text, nullptr, 0))) << text;
-  }
-}
-
-TEST(TextRulesTest, DoublesParseAsSscanf) {
-  for (const char* text : {"1.5", "-0", "007.25", "0.1", "123456.1234565", "1.", ".5", "-", "1e3", " 2", "2x",
-                           "0.000000000000000000000000000000000000000000000000000000000000000000001",
-                           "179769313486231570000000000000000000000000000000000000000000000000000000000000000000"
-                           "0000000000000000000000000000000000000000000000000000000000000000000000000000000000000"
-                           "0000000000000000000000000000000000000000000000000000000000000000000000000000000000000"
-                           "00000000000000000000000000000000000000000000000000000000000000000000.0"}) {
-    double expected = 42, value = 42;
-    (void)std::sscanf(text, "%lf", &expected);
-    ASSERT_EQ(ParseDoubleText(text, &value), ResultOk) << text;
-    EXPECT_EQ(std::memcmp(&value, &expected, sizeof value), 0) << text;
-  }
-}
-
 }  // namespace
 }  // namespace propmap

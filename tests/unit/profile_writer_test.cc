@@ -39,7 +39,7 @@ TEST_F(ProfileWriterTest, WritesExactBytes) {
     std::function<void()> build;
     std::string expected;
   };
-  const wchar_t wide[] = L"w\u00e9";
+  const wchar_t wide[] = L"w\u00e9<&";
   std::string ab_hex;
   for (int i = 0; i < 40; ++i) ab_hex += "AB";
   const Case cases[] = {
@@ -83,9 +83,9 @@ TEST_F(ProfileWriterTest, WritesExactBytes) {
        Lines({"<propertiesmap>", "    <tBINARY name=\"b\">" + ab_hex + "</tBINARY>",
               "    <tDOUBLE name=\"d\">-1606938044258990275541962092341162602522202993782792835301376.000000</tDOUBLE>",
               "    <tBOOL name=\"t\">1</tBOOL>", "</propertiesmap>"})},
-      {"wide strings are written as narrow ones",
+      {"wide strings are written as narrow ones, escaped",
        [&] { AddData(root(), "w", tWSTRING, wide, sizeof(wide) - sizeof(wchar_t)); },
-       Lines({"<propertiesmap>", "    <tSTRING name=\"w\">w\xC3\xA9</tSTRING>", "</propertiesmap>"})},
+       Lines({"<propertiesmap>", "    <tSTRING name=\"w\">w\xC3\xA9&lt;&amp;</tSTRING>", "</propertiesmap>"})},
   };
   for (const Case& c : cases) {
     ClearKey(root());

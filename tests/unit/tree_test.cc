@@ -81,30 +81,6 @@ TEST_F(PathTest, SeparatorsDoubledTrailingAndSlashFirst) {
   EXPECT_EQ(parent, FindKey(root(), "a"));  // not written for the empty path
 }
 
-// Key paths below a base, into buffers around the size needed.
-TEST_F(PathTest, KeyPathSizesAndBuffers) {
-  KeyNode* b = Open("a/b");
-  KeyNode* a = FindKey(root(), "a");
-  uint32_t pos = 0;
-  EXPECT_EQ(GetKeyPath(&tree_, root(), b, nullptr, 0, &pos, '\\'), ResultOk);
-  EXPECT_EQ(pos, 3u);
-  char buf[8];
-  for (uint32_t size : {2u, 3u}) {
-    std::memset(buf, 'X', sizeof buf);
-    pos = 0;
-    EXPECT_EQ(GetKeyPath(&tree_, root(), b, buf, size, &pos, '\\'), size < 3 ? ErrBufferTooSmall : ResultOk);
-  }
-  EXPECT_STREQ(buf, "a\\b");  // the NUL goes to buf[3]
-  EXPECT_EQ(buf[4], 'X');
-  pos = 0;
-  EXPECT_EQ(GetKeyPath(&tree_, a, b, buf, 7, &pos, '/'), ResultOk);  // a named base comes first
-  EXPECT_STREQ(buf, "a/b");
-  pos = 5;
-  EXPECT_EQ(GetKeyPath(&tree_, a, Open("c"), buf, 7, &pos, '\\'), ErrNotApplicable);
-  EXPECT_EQ(pos, 5u);
-  EXPECT_EQ(GetKeyPath(&tree_, root(), nullptr, buf, 7, &pos, '\\'), ErrBadParameter);
-}
-
 TEST_F(PathTest, ForcedDuplicatesEnumerateBothAndFindTheFirst) {
   KeyNode* first = OpenOrCreateKey(root(), "k", true);
   KeyNode* second = OpenOrCreateKey(root(), "K", true);
@@ -144,26 +120,6 @@ TEST_F(PathTest, EqualValueNamesAndUniqueAdds) {
   EXPECT_STREQ(GetValueNameByIndex(root(), 1), "Alpha");
 }
 
-// Enumeration by index stays right when the index goes back and after changes.
-TEST_F(PathTest, IndexLookupAfterBackStepsAndChanges) {
-  KeyNode* a = Open("a");
-  KeyNode* b = Open("b");
-  KeyNode* c = Open("c");
-  EXPECT_EQ(GetKeyByIndex(root(), 0), a);
-  EXPECT_EQ(GetKeyByIndex(root(), 2), c);
-  EXPECT_EQ(GetKeyByIndex(root(), 1), b);  // restarts from the first
-  EXPECT_EQ(GetKeyByIndex(root(), 3), nullptr);
-  ASSERT_EQ(RemoveKeyByIndex(root(), 0), ResultOk);
-  EXPECT_EQ(GetKeyByIndex(root(), 1), c);
-  Open("d");
-  EXPECT_STREQ(GetKeyByIndex(root(), 2)->name, "d");
-  EXPECT_EQ(RemoveKeyByPath(root(), "B"), ResultOk);
-  EXPECT_EQ(RemoveKeyByPath(root(), "b"), ErrNotFound);
-  EXPECT_EQ(RemoveKeyByPath(root(), nullptr), ErrBadParameter);
-  EXPECT_EQ(RemoveKeyByIndex(root(), 2), ErrNotFound);
-  EXPECT_EQ(ChildNames(root()), (std::vector<std::string>{"c", "d"}));
-}
-
 TEST_F(PathTest, ClearingAChainOfOneHundredThousandKeys) {
   KeyNode* key = root();
   for (int i = 0; i < 100000; ++i) {
@@ -186,80 +142,6 @@ void ExpectConsistent(KeyNode* key) {
   ASSERT_EQ(values, key->value_count);
   for (const auto& [name, node] : key->key_index) ASSERT_EQ(FindParent(key, node), key);
   for (ValueEntry* e : key->value_index) ASSERT_TRUE(IsLinked(e));
-}
-
-// Every add fails at each of its allocations in turn (n = 1, 2, ... until it
-// succeeds): the tree stays as it was, consistent, and nothing leaks.
-TEST_F(PathTest, AddingValuesUnderEveryFailingAllocation) {
-  KeyNode* key = Open("k");
-  AddDword(key, "existing", 7);
-  const std::string before = DescribeKey(root());
-  const std::function<tERROR()> adds[] = {
-      [&] { return AddValue(key, "new", tDWORD, "\1\2\3\4", 4); },
-      [&] { return AddValue(key, "new", tSTRING, "some text", 10); },
-      [&] { return AddValue(key, "new", tBINARY, "\1\2\3", 3); },
-      [&] { return AddUniqueValue(key, "new", tDWORD, "\1\2\3\4", 4); },
-      [&] { return AddValueAt(key, 1, tQWORD, "\0\0\0\0\0\0\0\1", 8); },
-  };
-  for (size_t i = 0; i < std::size(adds); ++i) {
-    uint64_t n = 1;
-    for (;; ++n) {
-      heap_.FailAt(n);
-      const tERROR err = adds[i]();
-      const bool injected = heap_.failed_any();
-      heap_.FailAt(0);
-      ExpectConsistent(root());
-      if (!injected) break;
-      EXPECT_EQ(err, ErrNoMemory) << i;
-      EXPECT_EQ(DescribeKey(root()), before) << i;
-    }
-    EXPECT_GE(n, 3u) << i;  // entry, value object, ...
-    ASSERT_EQ(RemoveValueByIndex(key, 1), ResultOk);
-  }
-  // Forced creation under every failing allocation keeps the tree consistent.
-  for (uint64_t n = 1; n < 100; ++n) {
-    heap_.FailAt(n);
-    const bool made = OpenOrCreateKey(root(), "dup", true) != nullptr;
-    const bool injected = heap_.failed_any();
-    heap_.FailAt(0);
-    ExpectConsistent(root());
-    if (made && !injected) break;
-  }
-}
-
-// A name that cannot be copied leaves the key unnamed and unindexed instead
-// of failing; InitTree fails whole.
-TEST_F(PathTest, UnnamedKeysAndInitTree) {
-  for (bool always : {true, false}) {
-    heap_.FailAt(2);  // the node comes first, then its name
-    uint32_t created = 0;
-    KeyNode* key = OpenOrCreateKey(root(), "lost", always, &created);
-    heap_.FailAt(0);
-    ASSERT_NE(key, nullptr);
-    EXPECT_EQ(key->name_length, 0u);
-    EXPECT_EQ(created, 1u);
-    EXPECT_EQ(FindKey(root(), "lost"), nullptr);
-  }
-  EXPECT_EQ(RemoveKeyByIndex(root(), 1), ResultOk);
-  EXPECT_NE(OpenOrCreateKey(root(), "lost", false), nullptr);
-  EXPECT_NE(FindKey(root(), "lost"), nullptr) << "made afresh, properly named";
-
-  PropertiesTree other;
-  ResetTree(&other);
-  uint32_t pos = 0;  // a tree without a root refuses
-  EXPECT_EQ(ResolveKey(&other, nullptr), nullptr);
-  EXPECT_EQ(SetCurrentKey(&other, nullptr), ErrNotImplemented);
-  EXPECT_EQ(SetCurrentKeyByPath(&other, ""), ErrNotImplemented);
-  EXPECT_EQ(GetKeyPath(&other, nullptr, nullptr, nullptr, 0, &pos, '\\'), ErrNotImplemented);
-  iObj placeholder{PlaceholderObjTable()};
-  EXPECT_EQ(InitTree(&other, &placeholder), ErrNoMemory);
-  heap_.FailAt(1);
-  EXPECT_EQ(InitTree(&other, heap_.host()), ErrNoMemory);
-  EXPECT_EQ(other.host, nullptr);  // nothing half-made: a retry works
-  ASSERT_EQ(InitTree(&other, heap_.host()), ResultOk);
-  EXPECT_EQ(InitTree(&other, heap_.host()), ErrNotImplemented);
-  DestroyTree(&other);
-  ++expected_empty_names_;
 }
 
 }  // namespace

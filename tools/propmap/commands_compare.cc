@@ -94,7 +94,7 @@ int Restore(Context& ctx, const std::string& profile, const std::string& from, b
     if (!input) throw ToolError(prhost::Code(0x800000C5), source + ": does not exist");
     content = std::move(*input);
   }
-  std::fprintf(stderr, "propmap: restoring %s from %s\n", profile.c_str(), source.c_str());
+  Say(0, "restoring " + profile + " from " + source);
   // Loaded as the profile's new content; saving it keeps the current file as
   // the rolling backup, so a restore can be undone as well.
   std::unique_ptr<Profile> backup = ctx.session().Load(profile, content, false, false, false);
@@ -104,7 +104,7 @@ int Restore(Context& ctx, const std::string& profile, const std::string& from, b
   try {
     current = ReadProfile(ctx.session(), profile);
   } catch (const ToolError& e) {
-    std::fprintf(stderr, "propmap: %s: %s; restoring over it\n", prhost::FormatResult(e.code()).c_str(), e.what());
+    Say(0, prhost::FormatResult(e.code()) + ": " + e.what() + "; restoring over it");
   }
   PrintChanges(ctx, Diff(current, incoming));
   std::fflush(stdout);
@@ -147,7 +147,7 @@ int Watch(Context& ctx, const std::string& profile, uint64_t count) {
   } catch (const ToolError&) {
     // Not there yet or damaged: the first generation is compared with nothing.
   }
-  std::fprintf(stderr, "propmap: watching %s\n", profile.c_str());
+  Say(0, "watching " + profile);
   std::fflush(stderr);
   alignas(inotify_event) char buffer[64 * 1024];
   uint64_t generation = 0;

@@ -33,8 +33,11 @@ KeySnapshot ReadSubtree(const prhost::Registry& registry, prhost::hKey key, cons
     Check(registry.GetValueCount(&count, step.key), where + ": cannot count values");
     step.node->values.reserve(count);
     for (uint32_t i = 0; i < count; ++i) step.node->values.push_back(ReadValue(registry, step.key, i, where));
-    if (step.depth == 0) continue;
     Check(registry.GetKeyCount(&count, step.key), where + ": cannot count sub-keys");
+    if (step.depth == 0) {
+      step.node->cut_keys = count;
+      continue;
+    }
     // Filled completely before any child is visited: the pointers stay valid.
     step.node->keys.reserve(count);
     std::vector<prhost::hKey> children(count);

@@ -24,6 +24,7 @@ struct KeySnapshot {
   std::string name;
   std::vector<TypedValue> values;
   std::vector<KeySnapshot> keys;
+  uint32_t cut_keys = 0;  // sub-keys that a read to a limited depth left out
 
   KeySnapshot() = default;
   explicit KeySnapshot(std::string key_name) : name(std::move(key_name)) {}

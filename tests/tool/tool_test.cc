@@ -431,13 +431,18 @@ TEST_F(ToolTest, RestorePutsABackupInPlace) {
   EXPECT_EQ(Read("profiles.xml"), sample_);
   EXPECT_EQ(Read("profiles.xml.bak2"), "<propertiesmap>") << "the damaged file is kept";
   EXPECT_FALSE(prhost::FileExists(Path("profiles.xml.tmp1a2b")));
+  Write("profiles.xml.bak", sample_);
+  o = Tool({"restore", "profiles.xml", "--from", "bak"});
+  EXPECT_EQ(o.exit, 0) << "nothing to ask";
+  EXPECT_NE(o.err.find("no differences between profiles.xml and profiles.xml.bak; nothing to restore"),
+            std::string::npos) << o.err;
 }
 
 // Two generations written by saves of another process; the test waits for
 // each report before writing the next, so nothing depends on timing.
 TEST_F(ToolTest, WatchReportsEachGeneration) {
   int out = -1, err = -1;
-  const pid_t pid = Spawn(dir_.path(), {"watch", "profiles.xml", "--count", "2"}, &out, &err);
+  const pid_t pid = Spawn(dir_.path(), {"watch", "profiles.xml", "--count", "3"}, &out, &err);
   std::string line;
   ASSERT_TRUE(ReadLine(err, &line));
   EXPECT_EQ(line, "propmap: watching profiles.xml");
@@ -463,6 +468,14 @@ TEST_F(ToolTest, WatchReportsEachGeneration) {
       ASSERT_TRUE(ReadLine(out, &line));
       EXPECT_EQ(line, expected);
     }
+  }
+  // Deleted, then created again under the name: all of it is new.
+  ASSERT_EQ(::unlink(Path("profiles.xml").c_str()), 0);
+  for (const std::string expected : {"-- profiles.xml was deleted; still watching the name",
+                                     "+ a (tDWORD) = 1", "-- generation 3: 1 changes"}) {
+    if (expected.starts_with("+")) EXPECT_EQ(Tool({"set", "a", "1", "--type", "tDWORD"}).exit, 0);
+    ASSERT_TRUE(ReadLine(out, &line));
+    EXPECT_EQ(line, expected);
   }
   EXPECT_EQ(Wait(pid), 0);
   ::close(out);

@@ -253,9 +253,10 @@ int Copy(Context& ctx, const std::string& source, const std::string& destination
   auto copy_into = [&](Profile& into, const KeySnapshot& subtree) {
     RequireDepth(ctx, PathDepth(destination) + Depth(subtree), "copying '" + source + "' to '" + destination + "'");
     const prhost::hKey key = into.Key(destination, true);
-    Check(WriteSubtree(into.registry(), key, subtree, MarkerOf(into)),
+    std::string failed;
+    Check(WriteSubtree(into.registry(), key, subtree, MarkerOf(into), &failed),
           ctx.options.profile + ": key '" + source + "' cannot be copied to " + into.path() + " key '" +
-              destination + "'");
+              destination + "': " + failed + " cannot be written");
   };
   if (to.empty()) {
     EditProfile(ctx.session(), ctx.options.profile, {IfMissing::kFail, force}, [&](Profile& profile) {

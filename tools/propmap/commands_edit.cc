@@ -328,12 +328,15 @@ void AddEditCommands(CLI::App& app, Context& ctx) {
     auto words = std::make_shared<std::vector<std::string>>();
     auto type = std::make_shared<std::string>();
     auto from = std::make_shared<std::string>();
-    cmd->add_option("PATH DATA | PATH=DATA...", *words,
-                    "Key path and value name (e.g. Window/Width), and the value: decimal or 0x hexadecimal "
-                    "numbers, true/false, text, hex bytes");
+    cmd->add_option("VALUES", *words,
+                    "PATH DATA, or PATH=DATA...: key path and value name (e.g. Window/Width), and the value: "
+                    "decimal or 0x hexadecimal numbers, true/false, text, hex bytes")
+        ->type_name("");
     cmd->add_option("--type", *type, "Type of the values on the command line: dword, tSTRING, binary (as hex), ... "
-                                     "('propmap types' lists them)");
-    cmd->add_option("--from", *from, "Also set the values of FILE ('-': standard input), one per line: PATH TYPE DATA");
+                                     "('propmap types' lists them)")
+        ->type_name("TYPE");
+    cmd->add_option("--from", *from, "Also set the values of FILE ('-': standard input), one per line: PATH TYPE DATA")
+        ->type_name("FILE");
     add_force(cmd);
     cmd->callback([&ctx, words, type, from, force] {
       ctx.action = [&ctx, words, type, from, force] { return Set(ctx, *words, *type, *from, *force); };

@@ -150,7 +150,8 @@ int Run(int argc, char** argv) {
   ctx.options.profile = env_profile != nullptr && *env_profile != '\0' ? env_profile : "profiles.xml";
   std::string root, trace;
   unsigned backup_mode = 1;
-  app.add_option("--profile,-p", ctx.options.profile, "Profile file (default: $PROPMAP_PROFILE or ./profiles.xml)");
+  app.add_option("--profile,-p", ctx.options.profile, "Profile file (default: $PROPMAP_PROFILE or ./profiles.xml)")
+      ->type_name("FILE");
   auto* root_option = app.add_option("--root", root, "Root point: key paths start at this key");
   app.add_flag("--read-only", ctx.options.read_only, "Open profiles read-only: every change is refused");
   app.add_option("--backup-mode", backup_mode, "0: no backups (a profile named profiles.xml still keeps .bak2); "
@@ -176,7 +177,8 @@ int Run(int argc, char** argv) {
                                                         "(default 1000: all) on stderr")
                            ->expected(0, 1)
                            ->type_name("[LEVEL]");
-  app.add_option("--module", ctx.options.module, "Module file (default: the installed one, else the built one)");
+  app.add_option("--module", ctx.options.module, "Module file (default: the installed one, else the built one)")
+      ->type_name("FILE");
   app.fallthrough();
 
   AddReadCommands(app, ctx);

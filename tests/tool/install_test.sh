@@ -25,9 +25,10 @@ if [ "$consumer" = 1 ]; then
   cmake -S "$source/tests/tool/consumer" -B "$work/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
   cmake --build "$work/consumer" >/dev/null
   "$work/consumer/consumer" | grep -qx "registered 23 methods"
-  # The same host built with pkg-config alone.
-  PKG_CONFIG_PATH=$work/prefix/lib/pkgconfig c++ -std=c++20 -o "$work/pc-consumer" \
-    "$source/tests/tool/consumer/consumer.cc" $(PKG_CONFIG_PATH=$work/prefix/lib/pkgconfig pkg-config --cflags --libs propmap)
+  # The same host built with pkg-config alone; its flags are quoted for a
+  # shell to read (the module's path is a string), as make's recipes do.
+  flags=$(PKG_CONFIG_PATH=$work/prefix/lib/pkgconfig pkg-config --cflags --libs propmap)
+  eval "c++ -std=c++20 -o \"$work/pc-consumer\" \"$source/tests/tool/consumer/consumer.cc\" $flags"
   "$work/pc-consumer" | grep -qx "registered 23 methods"
 fi
 echo "installed and ran from $work/prefix"

@@ -154,9 +154,8 @@ int Move(Context& ctx, const std::string& source, const std::string& destination
         throw ToolError(prhost::Code(0x800000D1), profile.path() + ": key '" + target +
                                                       "' already exists; mv does not merge keys (cp does)");
       }
-      RequireDepth(ctx, PathDepth(target) + Depth(ReadSubtree(registry, src_key.value, profile.path())),
-                   "moving '" + src + "' to '" + target + "'");
       const KeySnapshot subtree = ReadSubtree(registry, src_key.value, profile.path());
+      RequireDepth(ctx, PathDepth(target) + Depth(subtree), "moving '" + src + "' to '" + target + "'");
       Check(registry.DeleteKey(0, src.c_str()), profile.path() + ": key '" + src + "' cannot be removed");
       Check(WriteSubtree(registry, profile.Key(target, true), subtree, MarkerOf(profile)),
             profile.path() + ": key '" + src + "' cannot be written to '" + target + "'");

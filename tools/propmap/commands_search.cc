@@ -90,7 +90,7 @@ int Find(Context& ctx, const std::string& pattern, const std::string& key_path, 
       if (o.keys && matches(name.value)) {
         ++count;
         if (ctx.options.json) found.push_back({{"kind", "key"}, {"path", full}});
-        else std::printf("%s%s/%s\n", c.key, full.c_str(), c.reset);
+        else std::printf("%s%s/%s\n", c.key, QuoteName(full).c_str(), c.reset);
       }
       children.emplace_back(child, full);
     }

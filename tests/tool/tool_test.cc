@@ -222,6 +222,7 @@ TEST_F(ToolTest, Completion) {
       {"ls Window/Panels/Explorer/S", "Window/Panels/Explorer/Size\n"},
       {"se", "set\n"},
       {"set a 1 --type tDW", "tDWORD\n"},
+      {"restore profiles.xml --from bak", "bak\nbak2\n"},
   };
   for (const auto& row : rows) {
     const std::string command = "cd " + dir_.path() + " && bash complete.sh " + row.words + " > out.txt";

@@ -70,11 +70,13 @@ _propmap() {
   done
   case $prev in
     --type) COMPREPLY=($(compgen -W ")" + TypeWords() + R"(" -- "$cur")); return;;
-    -p|--profile|--to|--from|--module) COMPREPLY=($(compgen -f -- "$cur")); return;;
+    -p|--profile|--to|--module) COMPREPLY=($(compgen -f -- "$cur")); return;;
     --color|--colour) COMPREPLY=($(compgen -W "auto always never" -- "$cur")); return;;
     --backup-mode) COMPREPLY=($(compgen -W "0 1 2" -- "$cur")); return;;
     --format) COMPREPLY=($(compgen -W "xml json" -- "$cur")); return;;
-    --from) COMPREPLY=($(compgen -W "bak bak2 tmp" -- "$cur")); return;;
+    --from)
+      if [[ $cmd == restore ]]; then COMPREPLY=($(compgen -W "bak bak2 tmp" -- "$cur")); else COMPREPLY=($(compgen -f -- "$cur")); fi
+      return;;
   esac
   if [[ -z $cmd ]]; then
     if [[ $cur == -* ]]; then words=")" + Join(OptionNames(app)) + R"("; else words=")" + command_words + R"("; fi

@@ -30,6 +30,7 @@ echo '{"format": "propmap", "keys": [{"name": "Window", "values": [{"name": "Dpi
   >patch.json
 run import patch.json --dry-run
 run tree Window/Panels --depth 1
+run find dock Window
 run export Window/Panels/Explorer
 run restore profiles.xml --from bak2 --yes
 run check profiles.xml

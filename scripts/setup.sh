@@ -3,7 +3,7 @@
 # already present are not touched, and apt is only consulted when one is missing.
 set -euo pipefail
 packages=(cmake ninja-build g++ libboost1.81-dev googletest libgtest-dev libgmock-dev libbenchmark-dev libexpat1-dev
-  clang libclang-rt-14-dev libcli11-dev nlohmann-json3-dev help2man libpugixml-dev python3)
+  clang libclang-rt-14-dev libcli11-dev nlohmann-json3-dev mandoc pkgconf time libpugixml-dev python3)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

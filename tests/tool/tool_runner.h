@@ -27,6 +27,7 @@ struct Outcome {
 struct RunOptions {
   std::string input;          // standard input
   long file_size_limit = -1;  // RLIMIT_FSIZE in bytes: writes beyond it fail as on a full disk
+  std::vector<std::pair<std::string, std::string>> env;  // set in the tool's environment
 };
 
 // Starts the tool in `dir`; stdout and stderr go to pipes the caller reads.
@@ -44,6 +45,7 @@ inline pid_t Spawn(const std::string& dir, const std::vector<std::string>& args,
     ::dup2(in, 0);
     if (::chdir(dir.c_str()) != 0) ::_exit(127);
     ::unsetenv("PROPMAP_PROFILE");
+    for (const auto& [name, value] : options.env) ::setenv(name.c_str(), value.c_str(), 1);
     if (options.file_size_limit >= 0) {
       ::signal(SIGXFSZ, SIG_IGN);  // the write fails with EFBIG instead of killing the tool
       const rlimit limit{static_cast<rlim_t>(options.file_size_limit), static_cast<rlim_t>(options.file_size_limit)};

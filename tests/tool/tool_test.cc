@@ -55,35 +55,197 @@ class ToolTest : public ::testing::Test {
     return o.out;
   }
 
+  // Runs each step on the profile as the earlier ones left it. `out` is all
+  // of stdout, or a part of it after "..."; `err` a part of stderr (none
+  // when empty and the step succeeds).
+  struct Step {
+    Args args;
+    int exit = 0;
+    std::string out;
+    std::string err = {};
+    RunOptions options = {};
+  };
+  void Steps(const std::vector<Step>& steps) const {
+    for (const Step& s : steps) {
+      const Outcome o = Tool(s.args, s.options);
+      std::string label;
+      for (const std::string& a : s.args) label += a + " ";
+      EXPECT_EQ(o.exit, s.exit) << label << "\n" << o.err;
+      if (s.out.starts_with("...")) {
+        EXPECT_NE(o.out.find(s.out.substr(3)), std::string::npos) << label << "\n" << o.out;
+      } else {
+        EXPECT_EQ(o.out, s.out) << label;
+      }
+      if (s.err.empty() && s.exit == 0) EXPECT_EQ(o.err, "") << label;
+      EXPECT_NE(o.err.find(s.err), std::string::npos) << label << "\n" << o.err;
+    }
+  }
+
   prhost::TempDir dir_;
   std::string sample_;
 };
 
-// Reading commands: output of each on the sample.
-TEST_F(ToolTest, ReadingCommandsPrintTypedValues) {
+// get: the typed line for people, the bare text or bytes for scripts.
+TEST_F(ToolTest, Get) {
+  EXPECT_EQ(Ok({"set", "K/two lines", "a\nb", "--type", "string"}), "");
+  Steps({
+      {{"get", "Window/Width"}, 0, "Window/Width (tDWORD) = 1680\n"},
+      {{"get", "Window/Width", "--value-only"}, 0, "1680\n"},
+      {{"get", "Window\\Left", "--type", "tSTRING", "--raw"}, 0, "2D3800\n"},
+      {{"get", "Window/Width", "--type", "DOUBLE"}, 0, "Window/Width (tDOUBLE) = 1680.000000\n"},
+      {{"get", "Application/Installed"}, 0, "Application/Installed (tDATETIME) = 1735689600000 (2025-01-01T00:00:00.000Z)\n"},
+      {{"get", "K/two lines"}, 0, "\"K/two lines\" (tSTRING) = a\\nb\n"},
+      {{"--json", "get", "Application/InstallId"}, 0, "...\"type\": \"tQWORD\",\n  \"text\": \"9876543210123456789\""},
+      {{"--root", "Window", "get", "Panels/Explorer/Dock", "--value-only"}, 0, "left\n"},
+      {{"get", "Window/Nope/Width"}, 2, "", "ErrNotFound(0x8000D002): profiles.xml: key 'Window/Nope' does not exist"},
+      {{"get", "Window/Depth"}, 2, "", "ErrNotFound(0x8000D002): profiles.xml: value 'Window/Depth' does not exist"},
+      {{"--root", "Nope", "get", "a"}, 2, "", "ErrNotFound(0x8000D002): profiles.xml: root key 'Nope' does not exist"},
+      {{"get", "Window/Width", "--type", "dwrod"}, 2, "", "'dwrod' is not a type name; did you mean 'tDWORD'?"},
+  });
+}
+
+// ls and tree: names that would break a line are quoted, a key cut off by
+// --depth says what it holds, and JSON comes out as the tree is walked.
+TEST_F(ToolTest, Tree) {
+  EXPECT_EQ(Ok({"set", "K/new key/v", "1", "--type", "dword"}), "");
+  Steps({
+      {{"ls", "Window"}, 0, "...Panels/\nWidth (tDWORD) = 1680\nHeight (tDWORD) = 1050\n"},
+      {{"tree", "Window/Panels/Explorer"}, 0, "Visible (tBOOL) = 1\nSize (tDWORD) = 280\nDock (tSTRING) = left\n"},
+      {{"tree", "Window/Panels", "--depth", "0"}, 0, "\u2026 5 keys\n"},
+      {{"tree", "Window", "--depth", "1"}, 0, "...Panels/ \u2026 5 keys\nWidth (tDWORD) = 1680\n"},
+      {{"tree", "K"}, 0, "\"new key\"/\n  v (tDWORD) = 1\n"},
+      {{"--json", "tree", "Window/Panels"}, 0,
+       "...\"name\": \"Explorer\",\n      \"values\": [\n        {\"name\": \"Visible\", \"type\": \"tBOOL\", \"text\": \"1\"},"},
+      {{"--json", "tree", "Window", "--depth", "0"}, 0, "...\"cut_keys\": 1,\n  \"keys\": []\n}\n"},
+      {{"--color", "always", "ls", "K"}, 0, "\033[1;34m\"new key\"/\033[0m\n"},
+  });
+}
+
+// find: full paths of what matches, in the store's order; exit 1 for none.
+TEST_F(ToolTest, Find) {
+  Steps({
+      {{"find", "DOCK", "Window/Panels/Outline"}, 0, "Window/Panels/Outline/Dock (tSTRING) = right\n"},
+      {{"find", "explorer"}, 0, "Window/Panels/Explorer/\n"},
+      {{"find", "-E", "^(left|right)$", "--data"}, 0,
+       "Window/Panels/Explorer/Dock (tSTRING) = left\nWindow/Panels/Outline/Dock (tSTRING) = right\n"
+       "Window/Panels/Search/Dock (tSTRING) = left\n"},
+      {{"find", "Explorer", "--keys", "--case-sensitive"}, 0, "Window/Panels/Explorer/\n"},
+      {{"find", "explorer", "--values"}, 1, ""},
+      {{"--json", "find", "280"}, 0, "...\"kind\": \"value\",\n    \"path\": \"Window/Panels/Explorer/Size\""},
+      {{"find", "(", "--regex"}, 2, "", "'(' is not a regular expression"},
+  });
+}
+
+// mv: keys with everything below them and single values, renamed or moved
+// into an existing key, in one save; what it refuses saves nothing.
+TEST_F(ToolTest, Mv) {
+  Steps({
+      {{"mv", "Window/Panels", "Window/Docks"}, 0, ""},
+      {{"get", "Window/Docks/Explorer/Size", "--value-only"}, 0, "280\n"},
+      {{"mv", "Window/Docks", "Application"}, 0, ""},
+      {{"ls", "Application/Docks/Search"}, 0, "...Dock (tSTRING) = left\n"},
+      {{"mv", "Window/Width", "Application"}, 0, ""},
+      {{"mv", "Application/Width", "Application/W"}, 0, ""},
+      {{"get", "Application/W"}, 0, "Application/W (tDWORD) = 1680\n"},
+      {{"mv", "window", "WINDOW"}, 0, ""},
+      {{"ls"}, 0, "...WINDOW/\n"},
+      {{"mv", "Application", "Application/Docks/x"}, 2, "", "cannot move into itself"},
+      {{"mv", "Application/W", "Application/Name"}, 2, "", "ErrAlreadyExists(0x800000D1): profiles.xml: value "
+                                                            "'Application/Name' already exists (tSTRING)"},
+      {{"mv", "Editor", "Network"}, 0, ""},
+      {{"mv", "Network/Editor", "Editor"}, 0, ""},
+      {{"mv", "Nope", "X"}, 2, "", "ErrNotFound(0x8000D002): profiles.xml: 'Nope' is neither a key nor a value"},
+  });
+  Write("sample.xml", sample_);
+  EXPECT_EQ(Tool({"diff", "sample.xml::Window/Panels", "profiles.xml::Application/Docks"}).out, "");
+  EXPECT_EQ(Tool({"diff", "sample.xml::Editor", "profiles.xml::Editor"}).out, "");
+}
+
+// set: one value, several on the command line, or lines from a file, with
+// one load and one save; any refused value saves none.
+TEST_F(ToolTest, SetMany) {
+  const std::string lines = "# comment\nA/s string two words\r\n\nA/b BOOL true\nA/d tdouble 0.5\n";
+  Steps({
+      {{"set", "A/x=1", "A/y=0x10", "--type", "tword"}, 0, ""},
+      {{"set", "--from", "-"}, 0, "", "", {.input = lines}},
+      {{"ls", "A"}, 0, "x (tWORD) = 1\ny (tWORD) = 16\ns (tSTRING) = two words\nb (tBOOL) = 1\nd (tDOUBLE) = 0.500000\n"},
+      {{"set", "A/x=2", "A/y=-1", "--type", "tWORD"}, 2, "", "'A/y': tWORD takes 0 to 65535"},
+      {{"set", "--from", "-"}, 2, "", "<stdin>:2: profiles.xml: 'A/z': tDWORD takes", {.input = "A/x word 3\nA/z dword x\n"}},
+      {{"set", "--from", "-"}, 2, "", "<stdin>:1: a line is PATH TYPE VALUE", {.input = "A/x\n"}},
+      {{"set", "A/x=1", "oops", "--type", "tWORD"}, 2, "", "'oops' is not PATH=VALUE"},
+      {{"set", "A/x=1"}, 2, "", "set needs --type"},
+      {{"get", "A/x", "--value-only"}, 0, "1\n"},
+      {{"-v", "set", "A/v", "7", "--type", "uint"}, 0, "", "propmap: saved profiles.xml"},
+  });
+}
+
+// edit: the editor is a script; a wrong document comes back with the message
+// at the top, an unchanged or abandoned one saves nothing.
+TEST_F(ToolTest, Edit) {
+  Write("fix.sh", "if grep -q 'propmap: ' \"$1\"; then sed -i 's/>oops</>310</' \"$1\"; "
+                  "else sed -i 's/>300</>oops</' \"$1\"; fi\n");
+  auto editor = [](const std::string& command) { return RunOptions{.env = {{"VISUAL", ""}, {"EDITOR", command}}}; };
+  Steps({
+      {{"edit", "Window/Panels"}, 0, "~ Window/Panels/Explorer/Size (tDWORD) = 280 -> (tDWORD) = 300\n", "",
+       editor("sed -i 's/>280</>300</'")},
+      {{"edit", "Window/Panels/Explorer"}, 0, "~ Window/Panels/Explorer/Size (tDWORD) = 300 -> (tDWORD) = 310\n",
+       "propmap-edit.xml:3:25: value 'Size' (tDWORD) refuses the text 'oops'", editor("sh fix.sh")},
+      {{"edit", "Window", "--format", "json"}, 0, "~ Window/Width (tDWORD) = 1680 -> (tDWORD) = 1024\n", "",
+       editor("sed -i 's/\"value\": 1680/\"value\": 1024/'")},
+      {{"edit", "Window", "--format", "json"}, 1, "", "left with an error; nothing was saved",
+       editor("grep -q propmap: \"$1\" || sed -i 's/\"values\"/\"values/'")},
+      {{"edit"}, 0, "", "no changes; nothing was saved", editor("true")},
+      {{"edit"}, 1, "", "the editor exited with status 1; nothing was saved", editor("false")},
+      {{"edit"}, 1, "", "the document is empty", editor("truncate -s 0")},
+      {{"get", "Window/Panels/Explorer/Size", "--value-only"}, 0, "310\n"},
+  });
+}
+
+// completion: each script parses in its shell; bash completes a command and a
+// key path of the profile named on the command line.
+TEST_F(ToolTest, Completion) {
+  for (const char* shell : {"bash", "zsh", "fish"}) Write(std::string("c.") + shell, Ok({"completion", shell}));
+  EXPECT_EQ(std::system(("bash -n " + Path("c.bash")).c_str()), 0);
+  if (std::system("command -v fish >/dev/null") == 0) EXPECT_EQ(std::system(("fish -n " + Path("c.fish")).c_str()), 0);
+  Write("other.xml", "<propertiesmap><key name=\"Windows\"/><key name=\"Work\"/></propertiesmap>");
+  Write("complete.sh", std::string("source c.bash\nCOMP_WORDS=(") + PROPMAP_TOOL + " \"$@\"); COMP_CWORD=$(($# ))\n"
+                       "_propmap; printf '%s\\n' \"${COMPREPLY[@]}\"\n");
+  Steps({
+      {{"completion", "tcsh"}, 2, "", "tcsh not in {bash,zsh,fish}"},
+  });
   const struct {
-    Args args;
-    std::string out;  // exact stdout, or a part of it when `part`
-    bool part;
+    std::string words;
+    std::string replies;
   } rows[] = {
-      {{"get", "Window/Width"}, "1680\n", false},
-      {{"get", "Window\\Left", "--type", "tSTRING", "--raw"}, "2D3800\n", false},
-      {{"get", "Window/Width", "--type", "tDOUBLE"}, "1680.000000\n", false},
-      {{"--json", "get", "Application/InstallId"}, "\"type\": \"tQWORD\",\n  \"text\": \"9876543210123456789\"", true},
-      {{"ls", "Window"}, "Panels/\nWidth (tDWORD) = 1680\nHeight (tDWORD) = 1050\n", true},
-      {{"tree", "Window/Panels", "--depth", "0"}, "", false},
-      {{"tree", "Window/Panels/Explorer"}, "Visible (tBOOL) = 1\nSize (tDWORD) = 280\nDock (tSTRING) = left\n", false},
-      {{"--root", "Window", "get", "Panels/Explorer/Dock"}, "left\n", false},
-      {{"check", "profiles.xml"}, "profiles.xml: ResultOk, 101 keys, 426 values\n", false},
-      {{"diff", "profiles.xml::Window", "profiles.xml::Window"}, "", false},
+      {"get Window/Pa", "Window/Panels/\n"},
+      {"-p other.xml get W", "Windows/\nWork/\n"},
+      {"ls Window/Panels/Explorer/S", "Window/Panels/Explorer/Size\n"},
+      {"se", "set\n"},
+      {"set a 1 --type tDW", "tDWORD\n"},
+      {"restore profiles.xml --from bak", "bak\nbak2\n"},
   };
   for (const auto& row : rows) {
-    Outcome o = Tool(row.args);
-    EXPECT_EQ(o.exit, 0) << row.args.back() << ": " << o.err;
-    EXPECT_EQ(o.err, "") << "quiet unless asked";
-    if (row.part) EXPECT_NE(o.out.find(row.out), std::string::npos) << o.out;
-    else EXPECT_EQ(o.out, row.out) << row.args.back();
+    const std::string command = "cd " + dir_.path() + " && bash complete.sh " + row.words + " > out.txt";
+    EXPECT_EQ(std::system(command.c_str()), 0);
+    EXPECT_EQ(Read("out.txt"), row.replies) << row.words;
   }
+}
+
+// The command line itself: misspelt commands, the type catalogue, options
+// that say what they take.
+TEST_F(ToolTest, CommandLine) {
+  Steps({
+      {{"lss"}, 2, "", "propmap: unknown command 'lss'; did you mean 'ls'?"},
+      {{"-p", "profiles.xml", "frobnicate"}, 2, "", "propmap: unknown command 'frobnicate' ("},
+      {{"types"}, 0, "...tDATETIME  milliseconds since 1970 UTC, unsigned 64-bit"},
+      {{"--json", "types"}, 0, "...\"name\": \"tBINARY\",\n    \"id\": 48,"},
+      {{"--backup-mode", "3", "ls"}, 2, "", "'3' is no backup mode: 0 none, 1 rolling, 2 first + rolling"},
+      {{"set", "a", "1", "--type", "tVECTOR"}, 2, "", "values of type tVECTOR cannot be stored"},
+      {{"-q", "set", "new/d", "1e-9", "--type", "double"}, 0, ""},
+      {{"set", "new/d", "1e-9", "--type", "double"}, 0, "", "warning: profiles.xml: 'new/d': the profile keeps six"},
+      {{"rm", "new/d"}, 0, ""},
+      {{"ls", "new"}, 0, ""},
+  });
 }
 
 TEST_F(ToolTest, TraceEchoesTheModulesLinesUpToTheLevel) {
@@ -118,14 +280,11 @@ TEST_F(ToolTest, FailuresNameTheCodeAndSaveNothing) {
       {{"-p", "torn.xml", "get", "Application/Name"}, "ErrBadDocument(0x800000C0): torn.xml"},
       {{"check", "torn.xml"}, "torn.xml:7:11: the document ends before its elements are closed"},
       {{"set", "Window/Width", "1", "--type", "tDWROD"}, "ErrBadParameter(0x80000046): 'tDWROD' is not a type name"},
-      {{"set", "Window/Width", "1", "--type", "tVECTOR"}, "ErrBadParameter(0x80000046): values of type tVECTOR"},
       {{"rm", "Window"}, "Remove key 'Window' of profiles.xml with its 7 values and 1 sub-keys: give --yes"},
       {{"clean"}, "Empty the whole profile profiles.xml: remove its 2 values and 8 sub-keys: give --yes"},
       {{"-p", "-", "set", "a", "1", "--type", "tDWORD"}, "standard input cannot be written back"},
       {{"set", DeepPath(2049) + "/v", "1", "--type", "tDWORD"},
        "levels deep; a profile reads back at most 2048"},
-      {{"get", "Window/Nope/Width"}, "ErrNotFound(0x8000D002): profiles.xml: key 'Window/Nope' does not exist"},
-      {{"get", "Window/Depth"}, "ErrNotFound(0x8000D002): profiles.xml: value 'Window/Depth' does not exist"},
       {{"rm", "Window/Nope"}, "ErrNotFound(0x8000D002): profiles.xml: key 'Window/Nope' does not exist"},
       {{"rm", "Window", "--value", "Depth"}, "profiles.xml: value 'Depth' of key 'Window' cannot be removed"},
       {{"cp", "Nope", "Copy"}, "ErrNotFound(0x8000D002): profiles.xml: key 'Nope' does not exist"},
@@ -133,7 +292,8 @@ TEST_F(ToolTest, FailuresNameTheCodeAndSaveNothing) {
       {{"--read-only", "clean"}, "ErrReadOnly(0x800000C1): profiles.xml: key '' cannot be emptied"},
       {{"import", "bad.json"}, "bad.json value 'v': out of the range of tBYTE"},
       {{"import", "deep.json", "--dry-run"}, "deep.json: keys nested deeper than 2048 levels"},
-      {{"import", "torn.json"}, "ErrBadDocument(0x800000C0): torn.json: is not a valid JSON document"},
+      {{"import", "torn.json"}, "ErrBadDocument(0x800000C0): torn.json:1:34: syntax error while parsing value"},
+      {{"-p", "nodir/p.xml", "set", "a", "1", "--type", "tDWORD"}, "nodir/p.xml: its directory nodir does not exist"},
       {{"import", "odd.json"}, "odd.json: value 'b': \"hex\" needs an even number of hex digits"},
       {{"import", "torn.xml"}, "ErrBadDocument(0x800000C0): torn.xml"},
       {{"set", "Window/Width", "1", "--type", "tDWORD"}, "ErrShortTransfer(0x8000004A): profiles.xml: cannot be saved", 4096},
@@ -272,13 +432,18 @@ TEST_F(ToolTest, RestorePutsABackupInPlace) {
   EXPECT_EQ(Read("profiles.xml"), sample_);
   EXPECT_EQ(Read("profiles.xml.bak2"), "<propertiesmap>") << "the damaged file is kept";
   EXPECT_FALSE(prhost::FileExists(Path("profiles.xml.tmp1a2b")));
+  Write("profiles.xml.bak", sample_);
+  o = Tool({"restore", "profiles.xml", "--from", "bak"});
+  EXPECT_EQ(o.exit, 0) << "nothing to ask";
+  EXPECT_NE(o.err.find("no differences between profiles.xml and profiles.xml.bak; nothing to restore"),
+            std::string::npos) << o.err;
 }
 
 // Two generations written by saves of another process; the test waits for
 // each report before writing the next, so nothing depends on timing.
 TEST_F(ToolTest, WatchReportsEachGeneration) {
   int out = -1, err = -1;
-  const pid_t pid = Spawn(dir_.path(), {"watch", "profiles.xml", "--count", "2"}, &out, &err);
+  const pid_t pid = Spawn(dir_.path(), {"watch", "profiles.xml", "--count", "3"}, &out, &err);
   std::string line;
   ASSERT_TRUE(ReadLine(err, &line));
   EXPECT_EQ(line, "propmap: watching profiles.xml");
@@ -304,6 +469,14 @@ TEST_F(ToolTest, WatchReportsEachGeneration) {
       ASSERT_TRUE(ReadLine(out, &line));
       EXPECT_EQ(line, expected);
     }
+  }
+  // Deleted, then created again under the name: all of it is new.
+  ASSERT_EQ(::unlink(Path("profiles.xml").c_str()), 0);
+  for (const std::string expected : {"-- profiles.xml was deleted; still watching the name",
+                                     "+ a (tDWORD) = 1", "-- generation 3: 1 changes"}) {
+    if (expected.starts_with("+")) EXPECT_EQ(Tool({"set", "a", "1", "--type", "tDWORD"}).exit, 0);
+    ASSERT_TRUE(ReadLine(out, &line));
+    EXPECT_EQ(line, expected);
   }
   EXPECT_EQ(Wait(pid), 0);
   ::close(out);
@@ -354,7 +527,7 @@ TEST_F(ToolTest, SetReadsNumbersStrictly) {
   Write("v.json", R"({"format": "propmap", "values": [{"name": "b", "type": "tBOOL", "value": true},
                                                      {"name": "w", "type": "tDWORD", "value": "0x10"}]})");
   EXPECT_EQ(Tool({"import", "v.json"}).exit, 0);
-  EXPECT_EQ(Ok({"get", "b"}) + Ok({"get", "w"}), "1\n16\n");
+  EXPECT_EQ(Ok({"get", "b", "--value-only"}) + Ok({"get", "w", "--value-only"}), "1\n16\n");
   Write("v.json", R"({"format": "propmap", "values": [{"name": "w", "type": "tDWORD", "value": "1e3"}]})");
   EXPECT_EQ(Tool({"import", "v.json"}).exit, 2);
 }
@@ -408,7 +581,7 @@ TEST_F(ToolTest, HostSavingMeanwhileLosesNothingOfTheTools) {
   done = true;
   host.join();
   EXPECT_EQ(Ok({"set", "Tool/V", "last", "--type", "tSTRING"}), "");
-  EXPECT_EQ(Ok({"get", "Tool/V"}), "last\n");
+  EXPECT_EQ(Ok({"get", "Tool/V", "--value-only"}), "last\n");
   Write("sample.xml", sample_);
   const std::string diff = Tool({"diff", "sample.xml", "profiles.xml"}).out;
   EXPECT_EQ(diff.find("- "), std::string::npos) << diff;
@@ -517,11 +690,10 @@ TEST_F(ToolTest, PipesAndStandardInputAreReadWhole) {
   EXPECT_NE(o.err.find("fifo: is not a regular file"), std::string::npos) << o.err;
   // A linked profile is saved to the file it leads to; the link stays.
   ASSERT_EQ(::symlink("profiles.xml", Path("link.xml").c_str()), 0);
-  EXPECT_EQ(Tool({"-p", "link.xml", "set", "a", "1", "--type", "tDWORD"}).exit, 0);
-  EXPECT_EQ(Ok({"get", "a"}), "1\n");
+  EXPECT_EQ(Ok({"-p", "link.xml", "set", "a", "1", "--type", "tDWORD"}), "");
+  EXPECT_EQ(Ok({"get", "a", "--value-only"}), "1\n") << "saved at the file the link leads to";
   struct stat st;
-  ASSERT_EQ(::lstat(Path("link.xml").c_str(), &st), 0);
-  EXPECT_TRUE(S_ISLNK(st.st_mode));
+  EXPECT_TRUE(::lstat(Path("link.xml").c_str(), &st) == 0 && S_ISLNK(st.st_mode));
 }
 
 // The deepest tree the module reads passes through every command.

@@ -16,6 +16,8 @@
 
 #include "options.h"
 #include "profile.h"
+#include "snapshot.h"
+#include "typed_value.h"
 
 namespace propmap_tool {
 
@@ -36,6 +38,26 @@ struct Context {
 void AddReadCommands(CLI::App& app, Context& context);     // get, ls, tree, export, check
 void AddEditCommands(CLI::App& app, Context& context);     // set, rm, clean, cp, import
 void AddCompareCommands(CLI::App& app, Context& context);  // diff, restore, watch
+void AddSearchCommands(CLI::App& app, Context& context);   // find, types
+void AddEditorCommand(CLI::App& app, Context& context);    // edit
+void AddCompletionCommands(CLI::App& app, Context& context);  // completion and its helper
+
+// Escape sequences of the listings; empty without colour.
+struct Colours {
+  const char* key = "";
+  const char* type = "";
+  const char* reset = "";
+};
+Colours ColoursFor(const CommonOptions& options);
+
+// "NAME (tTYPE) = TEXT" for people: the name quoted and the text escaped when
+// they would break the line, a tDATETIME's date beside its number.
+std::string ValueLine(const std::string& shown_name, const TypedValue& value, const Colours& colours = {});
+
+// "Window/Panels" + "Size" -> "Window/Panels/Size"; separators as '/'.
+std::string JoinPath(const std::string& key_path, const std::string& name);
+// "\\Window\\Panels//" -> "Window/Panels": '/' between parts, no empty parts.
+std::string NormalPath(const std::string& path);
 
 // "Window/Panels/Width" -> {"Window/Panels", "Width"}; either separator.
 std::pair<std::string, std::string> SplitValuePath(const std::string& path);
@@ -45,15 +67,16 @@ std::pair<std::string, std::string> SplitValuePath(const std::string& path);
 // replaced.
 void PrintJson(const nlohmann::ordered_json& json, bool compact = false);
 
-// JSON of a subtree, checked for depth first: the JSON writer recurses, and a
-// tree deeper than a profile reads back has no use as JSON. Deep ones are
-// written compact.
-void PrintTreeJson(const nlohmann::ordered_json& json, size_t depth, const std::string& where);
-
 // True with --yes; otherwise asks on the terminal (standard input) and throws
 // Declined when the answer is not yes. Without a terminal it throws
 // ToolError: a script must say --yes.
 void Confirm(bool yes, const std::string& question);
+
+// The profile document of a subtree, written by the module's own writer.
+std::string DocumentOf(const Session& session, const KeySnapshot& subtree, const std::string& where);
+
+// ToolError unless keys `depth` levels below the root (after --root) read back.
+void RequireDepth(const Context& ctx, size_t depth, const std::string& what);
 
 // Levels of keys a path names ("a/b\\c" is 3); empty parts do not count.
 size_t PathDepth(const std::string& path);

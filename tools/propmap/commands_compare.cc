@@ -94,7 +94,7 @@ int Restore(Context& ctx, const std::string& profile, const std::string& from, b
     if (!input) throw ToolError(prhost::Code(0x800000C5), source + ": does not exist");
     content = std::move(*input);
   }
-  std::fprintf(stderr, "propmap: restoring %s from %s\n", profile.c_str(), source.c_str());
+  Say(0, "restoring " + profile + " from " + source);
   // Loaded as the profile's new content; saving it keeps the current file as
   // the rolling backup, so a restore can be undone as well.
   std::unique_ptr<Profile> backup = ctx.session().Load(profile, content, false, false, false);
@@ -104,9 +104,14 @@ int Restore(Context& ctx, const std::string& profile, const std::string& from, b
   try {
     current = ReadProfile(ctx.session(), profile);
   } catch (const ToolError& e) {
-    std::fprintf(stderr, "propmap: %s: %s; restoring over it\n", prhost::FormatResult(e.code()).c_str(), e.what());
+    Say(0, prhost::FormatResult(e.code()) + ": " + e.what() + "; restoring over it");
   }
-  PrintChanges(ctx, Diff(current, incoming));
+  const std::vector<Change> changes = Diff(current, incoming);
+  if (changes.empty() && Identify(profile).exists) {
+    Say(0, "no differences between " + profile + " and " + source + "; nothing to restore");
+    return kExitOk;
+  }
+  PrintChanges(ctx, changes);
   std::fflush(stdout);
   if (!yes) {
     std::fprintf(stderr, "Restore %s from %s? [y/N] ", profile.c_str(), source.c_str());
@@ -138,7 +143,7 @@ int Watch(Context& ctx, const std::string& profile, uint64_t count) {
     ~Closer() { ::close(fd); }
   } closer{fd};
   // The directory is watched, not the file: a save renames a new file over it.
-  if (::inotify_add_watch(fd, dir.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO) < 0) {
+  if (::inotify_add_watch(fd, dir.c_str(), IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE | IN_MOVED_FROM) < 0) {
     throw ToolError(prhost::Code(0x800000C5), profile + ": its directory cannot be watched");
   }
   KeySnapshot previous;
@@ -147,7 +152,7 @@ int Watch(Context& ctx, const std::string& profile, uint64_t count) {
   } catch (const ToolError&) {
     // Not there yet or damaged: the first generation is compared with nothing.
   }
-  std::fprintf(stderr, "propmap: watching %s\n", profile.c_str());
+  Say(0, "watching " + profile);
   std::fflush(stderr);
   alignas(inotify_event) char buffer[64 * 1024];
   uint64_t generation = 0;
@@ -159,6 +164,15 @@ int Watch(Context& ctx, const std::string& profile, uint64_t count) {
       const auto* event = reinterpret_cast<const inotify_event*>(buffer + at);
       at += sizeof(inotify_event) + event->len;
       if (event->len == 0 || base != event->name) continue;
+      if ((event->mask & (IN_DELETE | IN_MOVED_FROM)) != 0) {
+        // A save moves the old file away before it moves the new one in.
+        if (Identify(profile).exists || SaveInProgress(profile)) continue;
+        std::printf("-- %s was %s; still watching the name\n", profile.c_str(),
+                    (event->mask & IN_DELETE) != 0 ? "deleted" : "moved away");
+        std::fflush(stdout);
+        previous = KeySnapshot();  // whatever comes next is new
+        continue;
+      }
       ++generation;
       try {
         KeySnapshot current = ReadProfile(ctx.session(), profile);

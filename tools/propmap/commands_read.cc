@@ -6,6 +6,8 @@
 #include "commands.h"
 #include "document_check.h"
 #include "json_codec.h"
+#include "json_stream.h"
+#include "people_text.h"
 #include "result_names.h"
 #include "snapshot.h"
 #include "stream.h"
@@ -17,20 +19,15 @@ namespace {
 
 using nlohmann::ordered_json;
 
-struct Colours {
-  const char* key = "";
-  const char* type = "";
-  const char* reset = "";
-};
-
-Colours ColoursFor(const CommonOptions& options) {
-  if (!options.colour) return {};
-  return {"\033[1;34m", "\033[2m", "\033[0m"};
+void PrintValue(const TypedValue& v, const std::string& indent, const Colours& c) {
+  std::printf("%s%s\n", indent.c_str(), ValueLine(v.name, v, c).c_str());
 }
 
-void PrintValue(const TypedValue& v, const std::string& indent, const Colours& c) {
-  std::printf("%s%s %s(%s)%s = %s\n", indent.c_str(), v.name.c_str(), c.type, TypeLabel(v.type).c_str(), c.reset,
-              v.text.c_str());
+// "Panels/", or "Panels/ … 5 keys" for a key whose sub-keys a depth limit cut.
+std::string KeyLine(const KeySnapshot& key, const Colours& c) {
+  std::string line = c.key + QuoteName(key.name) + "/" + c.reset;
+  if (key.cut_keys > 0) line += " \u2026 " + Count(key.cut_keys, "key");
+  return line;
 }
 
 // Each key's sub-keys (with what is below them), then its values.
@@ -48,11 +45,13 @@ void PrintTree(const KeySnapshot& top, const Colours& c) {
     const std::string indent(2 * item.level, ' ');
     if (item.values) {
       for (const TypedValue& v : item.key->values) PrintValue(v, indent, c);
+      // The top key has no line of its own to carry the mark.
+      if (item.key == &top && top.cut_keys > 0) std::printf("\u2026 %s\n", Count(top.cut_keys, "key").c_str());
       continue;
     }
     size_t level = item.level;
     if (item.key != &top) {
-      std::printf("%s%s%s/%s\n", indent.c_str(), c.key, item.key->name.c_str(), c.reset);
+      std::printf("%s%s\n", indent.c_str(), KeyLine(*item.key, c).c_str());
       ++level;
     }
     stack.push_back({item.key, level, true});
@@ -64,26 +63,10 @@ ordered_json ValueRow(const TypedValue& v) {
   return {{"name", v.name}, {"type", TypeLabel(v.type)}, {"text", v.text}};
 }
 
-ordered_json TreeJson(const KeySnapshot& top) {
-  ordered_json out = ordered_json::object();
-  std::vector<std::pair<const KeySnapshot*, ordered_json*>> stack{{&top, &out}};
-  while (!stack.empty()) {
-    const auto [key, into] = stack.back();
-    stack.pop_back();
-    if (key != &top) (*into)["name"] = key->name;
-    ordered_json values = ordered_json::array();
-    for (const TypedValue& v : key->values) values.push_back(ValueRow(v));
-    (*into)["values"] = std::move(values);
-    // Last: an ordered object is a vector, and a later field would move it.
-    ordered_json& keys = (*into)["keys"] = ordered_json::array();
-    for (size_t i = 0; i < key->keys.size(); ++i) keys.push_back(ordered_json::object());
-    // Complete before any is filled in: the pointers stay valid.
-    for (size_t i = 0; i < key->keys.size(); ++i) stack.emplace_back(&key->keys[i], &keys[i]);
-  }
-  return out;
-}
+enum class GetOutput { kLine, kValueOnly, kRaw };
 
-int Get(Context& ctx, const std::string& path, const std::string& type_name, bool raw) {
+int Get(Context& ctx, const std::string& path, const std::string& type_name, GetOutput output) {
+  const bool raw = output == GetOutput::kRaw;
   const prhost::TypeId wanted = type_name.empty() ? 0 : ParseTypeName(type_name);
   auto profile = ctx.session().Open(ctx.options.profile, IfMissing::kFail, true);
   auto [key_path, name] = SplitValuePath(path);
@@ -100,6 +83,9 @@ int Get(Context& ctx, const std::string& path, const std::string& type_name, boo
   }
   if (ctx.options.json) {
     PrintJson({{"path", path}, {"type", TypeLabel(type)}, {"text", text}, {"hex", ToHex(native.value)}});
+  } else if (output == GetOutput::kLine) {
+    const TypedValue v{name, type, native.value, text};
+    std::printf("%s\n", ValueLine(JoinPath(key_path, name), v, ColoursFor(ctx.options)).c_str());
   } else {
     std::printf("%s\n", raw ? ToHex(native.value).c_str() : text.c_str());
   }
@@ -119,45 +105,55 @@ int List(Context& ctx, const std::string& key_path) {
     return kExitOk;
   }
   const Colours c = ColoursFor(ctx.options);
-  for (const std::string& name : keys.value) std::printf("%s%s/%s\n", c.key, name.c_str(), c.reset);
+  for (const std::string& name : keys.value) std::printf("%s%s/%s\n", c.key, QuoteName(name).c_str(), c.reset);
   for (const TypedValue& v : here.values) PrintValue(v, "", c);
   return kExitOk;
 }
 
 int Tree(Context& ctx, const std::string& key_path, uint32_t depth) {
   auto profile = ctx.session().Open(ctx.options.profile, IfMissing::kFail, true);
-  KeySnapshot tree = ReadSubtree(profile->registry(), profile->Key(key_path), profile->path(), depth);
-  if (ctx.options.json) PrintTreeJson(TreeJson(tree), Depth(tree), profile->path());
-  else PrintTree(tree, ColoursFor(ctx.options));
+  const prhost::hKey key = profile->Key(key_path);
+  if (ctx.options.json) {
+    StreamTreeJson(profile->registry(), key, profile->path(), JsonShape::kTree, stdout, depth);
+    return kExitOk;
+  }
+  PrintTree(ReadSubtree(profile->registry(), key, profile->path(), depth), ColoursFor(ctx.options));
   return kExitOk;
 }
 
-int Export(Context& ctx, const std::string& key_path, const std::string& format) {
-  auto profile = ctx.session().Open(ctx.options.profile, IfMissing::kFail, true);
-  const prhost::hKey key = profile->Key(key_path);
-  if (format == "json") {
-    const KeySnapshot tree = ReadSubtree(profile->registry(), key, profile->path());
-    PrintTreeJson(ToJson(tree), Depth(tree), profile->path());
-    return kExitOk;
-  }
+}  // namespace
+
+std::string DocumentOf(const Session& session, const KeySnapshot& subtree, const std::string& where) {
   // The module's own writer: the subtree is written into a store on a memory
   // stream, which flushes there. A second value of one name carries a marker
   // until the document is written (Profile::DuplicateMarker).
-  const KeySnapshot subtree = ReadSubtree(profile->registry(), key, profile->path());
   prhost::MemoryStream stream;
   std::string marker;
   {
-    auto scratch = ctx.session().OpenScratch(stream.object());
+    auto scratch = session.OpenScratch(stream.object());
     const prhost::Registry out = scratch->registry();
     (void)out.Clean();  // marks the store changed, so that even an empty subtree is written
     Check(WriteSubtree(out, 0, subtree, [&marker]() -> const std::string& {
             if (marker.empty()) marker = NewDuplicateMarker();
             return marker;
           }),
-          profile->path() + ": cannot copy '" + key_path + "' for export");
-    Check(out.Flush(0), profile->path() + ": cannot write the document of '" + key_path + "'");
+          where + ": cannot be copied into a document");
+    Check(out.Flush(0), where + ": its document cannot be written");
   }
-  const std::string text = marker.empty() ? stream.content() : Unmarked(stream.content(), marker);
+  return marker.empty() ? stream.content() : Unmarked(stream.content(), marker);
+}
+
+namespace {
+
+int Export(Context& ctx, const std::string& key_path, const std::string& format) {
+  auto profile = ctx.session().Open(ctx.options.profile, IfMissing::kFail, true);
+  const prhost::hKey key = profile->Key(key_path);
+  if (format == "json") {
+    StreamTreeJson(profile->registry(), key, profile->path(), JsonShape::kTyped, stdout);
+    return kExitOk;
+  }
+  const std::string text = DocumentOf(ctx.session(), ReadSubtree(profile->registry(), key, profile->path()),
+                                      profile->path() + ": '" + key_path + "'");
   std::fwrite(text.data(), 1, text.size(), stdout);
   return kExitOk;
 }
@@ -199,7 +195,7 @@ int CheckProfile(Context& ctx, const std::string& path) {
     PrintJson({{"file", path}, {"result", "ResultOk"}, {"keys", keys}, {"values", values}, {"warnings", warnings}});
   } else {
     std::printf("%s: ResultOk, %zu keys, %zu values\n", path.c_str(), keys, values);
-    for (const std::string& w : warnings) std::fprintf(stderr, "propmap: warning: %s\n", w.c_str());
+    for (const std::string& w : warnings) Say(0, "warning: " + w);
   }
   return warnings.empty() ? kExitOk : kExitDifferent;
 }
@@ -212,10 +208,15 @@ void AddReadCommands(CLI::App& app, Context& ctx) {
     auto path = std::make_shared<std::string>();
     auto type = std::make_shared<std::string>();
     auto raw = std::make_shared<bool>(false);
+    auto value_only = std::make_shared<bool>(false);
     cmd->add_option("PATH", *path, "Key path and value name, e.g. Window/Width")->required();
-    cmd->add_option("--type", *type, "Read the value converted to this type (tDWORD, tSTRING, ...)");
-    cmd->add_flag("--raw", *raw, "Print the native bytes as hex");
-    cmd->callback([&ctx, path, type, raw] { ctx.action = [&ctx, path, type, raw] { return Get(ctx, *path, *type, *raw); }; });
+    cmd->add_option("--type", *type, "Read the value converted to this type (dword, tSTRING, ...)");
+    auto* raw_flag = cmd->add_flag("--raw", *raw, "Print the native bytes as hex");
+    cmd->add_flag("--value-only", *value_only, "Print only the value's text, as it is (for scripts)")->excludes(raw_flag);
+    cmd->callback([&ctx, path, type, raw, value_only] {
+      const GetOutput output = *raw ? GetOutput::kRaw : *value_only ? GetOutput::kValueOnly : GetOutput::kLine;
+      ctx.action = [&ctx, path, type, output] { return Get(ctx, *path, *type, output); };
+    });
   }
   {
     auto* cmd = app.add_subcommand("ls", "List one key: sub-keys, then values with type and text");
@@ -228,7 +229,7 @@ void AddReadCommands(CLI::App& app, Context& ctx) {
     auto key = std::make_shared<std::string>();
     auto depth = std::make_shared<uint32_t>(UINT32_MAX);
     cmd->add_option("KEY", *key, "Key path (default: the root)");
-    cmd->add_option("--depth", *depth, "Levels of sub-keys to show");
+    cmd->add_option("--depth", *depth, "Levels of sub-keys to show; a key cut off says how many it holds");
     cmd->callback([&ctx, key, depth] { ctx.action = [&ctx, key, depth] { return Tree(ctx, *key, *depth); }; });
   }
   {

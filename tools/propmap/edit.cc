@@ -77,6 +77,11 @@ void EditProfile(const Session& session, const std::string& named, const EditOpt
                  const std::function<void(Profile&)>& apply) {
   constexpr int kAttempts = 5;
   RequireWritable(named);
+  const size_t slash = named.rfind('/');
+  if (slash != std::string::npos && slash > 0 && !Identify(named.substr(0, slash)).exists) {
+    throw ToolError(prhost::Code(0x800000C5), named + ": its directory " + named.substr(0, slash) +
+                                                  " does not exist; nothing was saved");
+  }
   // One lock and one file for every name of a linked profile.
   const std::string path = named == "-" ? named : FollowLinks(named);
   if (options.missing == IfMissing::kFail && !Identify(path).exists) {
@@ -100,7 +105,8 @@ void EditProfile(const Session& session, const std::string& named, const EditOpt
       if (Identify(path) != profile->input().identity) continue;
       throw;
     }
-    if (profile->created()) std::fprintf(stderr, "propmap: created %s\n", path.c_str());
+    if (profile->created()) Say(0, "created " + path);
+    Say(1, "saved " + path);
     return;
   }
   throw ToolError(prhost::Code(0x8000004F), path + ": changed on disk by another program " +

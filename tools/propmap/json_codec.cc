@@ -5,6 +5,7 @@
 #include <cstring>
 #include <tuple>
 
+#include "document_check.h"
 #include "tool_error.h"
 #include "type_names.h"
 #include "typed_text.h"
@@ -30,6 +31,8 @@ T Load(const std::string& data) {
   std::memcpy(&v, data.data(), std::min(sizeof v, data.size()));
   return v;
 }
+
+}  // namespace
 
 json ValueToJson(const TypedValue& v) {
   json out{{"name", v.name}, {"type", TypeLabel(v.type)}};
@@ -72,6 +75,8 @@ json ValueToJson(const TypedValue& v) {
   }
   return out;
 }
+
+namespace {
 
 // The native bytes of a JSON "value". Strings for other types than strings
 // are read as a person's input (typed_text.h); numbers are checked against
@@ -146,7 +151,7 @@ TypedValue ValueFromJson(const json& v, const Converter& converter, const std::s
   } else if (auto val = v.find("value"); val != v.end()) {
     std::string warning;
     value.data = Native(*val, value.type, converter, at, &warning);
-    if (!warning.empty()) std::fprintf(stderr, "propmap: warning: %s\n", warning.c_str());
+    if (!warning.empty()) Say(0, "warning: " + warning);
   } else {
     throw bad("value '" + value.name + "' has neither \"value\" nor \"hex\"");
   }
@@ -211,6 +216,18 @@ json ToJson(const KeySnapshot& snapshot) {
   out["values"] = std::move(body["values"]);
   out["keys"] = std::move(body["keys"]);
   return out;
+}
+
+json ParseJsonDocument(const std::string& text, const std::string& file, bool comments) {
+  try {
+    return json::parse(text, nullptr, true, comments);
+  } catch (const json::parse_error& e) {
+    // "[json.exception.parse_error.101] parse error at line 1, column 5: syntax error ..." -> "syntax error ..."
+    std::string what = e.what();
+    if (const size_t colon = what.find(": "); colon != std::string::npos) what.erase(0, colon + 2);
+    const size_t offset = e.byte == 0 ? 0 : std::min<size_t>(e.byte - 1, text.size());
+    throw ToolError(prhost::Code(0x800000C0), Where(file, text, offset) + ": " + what);
+  }
 }
 
 KeySnapshot FromJson(const json& in, const Converter& converter, const std::string& where, size_t max_depth) {

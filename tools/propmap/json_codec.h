@@ -25,6 +25,13 @@ namespace propmap_tool {
 
 nlohmann::ordered_json ToJson(const KeySnapshot& snapshot);
 
+// One value as ToJson writes it: {"name", "type", "value" or "hex"}.
+nlohmann::ordered_json ValueToJson(const TypedValue& value);
+
+// The JSON document of `text`; ToolError (ErrBadDocument) "FILE:LINE:COLUMN:
+// what" where the parser stopped. `comments` lets // and /* */ comments pass.
+nlohmann::ordered_json ParseJsonDocument(const std::string& text, const std::string& file, bool comments = false);
+
 // ToolError (ErrBadParameter) naming `where` and the value for malformed
 // input, values out of their type's range, or keys nested deeper than
 // `max_depth`.

@@ -17,7 +17,7 @@ struct CommonOptions {
   bool json = false;                    // --json output of reading commands
   std::optional<uint32_t> trace_level;  // --trace[=LEVEL]: echo module lines up to LEVEL
   std::string module;                   // --module; empty: the installed module, else the built one
-  bool colour = false;                  // stdout is a terminal and NO_COLOR is unset
+  bool colour = false;                  // --color always, or auto on a terminal without NO_COLOR or TERM=dumb
 };
 
 }  // namespace propmap_tool

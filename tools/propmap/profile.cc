@@ -39,21 +39,6 @@ FileIdentity IdentityOf(const struct stat& st) {
           int64_t{st.st_mtim.tv_sec} * 1'000'000'000 + st.st_mtim.tv_nsec};
 }
 
-// A save by the module renames the old profile away before it renames its
-// temporary file into place; between the two the profile is missing and the
-// temporary file is there.
-bool SaveInProgress(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  const std::string dir = slash == std::string::npos ? "." : path.substr(0, slash);
-  const std::string prefix = (slash == std::string::npos ? path : path.substr(slash + 1)) + ".tmp";
-  bool found = false;
-  if (DIR* d = ::opendir(dir.c_str())) {
-    while (dirent* e = ::readdir(d)) found = found || std::string_view(e->d_name).starts_with(prefix);
-    ::closedir(d);
-  }
-  return found;
-}
-
 std::string ReadAll(int fd, const std::string& path) {
   std::string bytes;
   char buffer[64 * 1024];
@@ -75,6 +60,21 @@ std::string ReadAll(int fd, const std::string& path) {
 }
 
 }  // namespace
+
+// A save by the module renames the old profile away before it renames its
+// temporary file into place; between the two the profile is missing and the
+// temporary file is there.
+bool SaveInProgress(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const std::string dir = slash == std::string::npos ? "." : path.substr(0, slash);
+  const std::string prefix = (slash == std::string::npos ? path : path.substr(slash + 1)) + ".tmp";
+  bool found = false;
+  if (DIR* d = ::opendir(dir.c_str())) {
+    while (dirent* e = ::readdir(d)) found = found || std::string_view(e->d_name).starts_with(prefix);
+    ::closedir(d);
+  }
+  return found;
+}
 
 FileIdentity Identify(const std::string& path) {
   struct stat st;

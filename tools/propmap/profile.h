@@ -54,6 +54,9 @@ struct Input {
 // temporary file is there) is waited for a moment. ToolError otherwise.
 std::optional<Input> ReadInput(const std::string& path);
 
+// True while a temporary file of a save sits beside the profile.
+bool SaveInProgress(const std::string& path);
+
 // What Open does when the file does not exist.
 enum class IfMissing {
   kFail,    // ErrFileNotFound

@@ -33,8 +33,11 @@ KeySnapshot ReadSubtree(const prhost::Registry& registry, prhost::hKey key, cons
     Check(registry.GetValueCount(&count, step.key), where + ": cannot count values");
     step.node->values.reserve(count);
     for (uint32_t i = 0; i < count; ++i) step.node->values.push_back(ReadValue(registry, step.key, i, where));
-    if (step.depth == 0) continue;
     Check(registry.GetKeyCount(&count, step.key), where + ": cannot count sub-keys");
+    if (step.depth == 0) {
+      step.node->cut_keys = count;
+      continue;
+    }
     // Filled completely before any child is visited: the pointers stay valid.
     step.node->keys.reserve(count);
     std::vector<prhost::hKey> children(count);
@@ -67,11 +70,17 @@ std::string Folded(const std::string& name) {
 }  // namespace
 
 prhost::tERROR WriteSubtree(const prhost::Registry& registry, prhost::hKey key, const KeySnapshot& snapshot,
-                            const std::function<const std::string&()>& marker) {
-  std::vector<std::pair<const KeySnapshot*, prhost::hKey>> stack{{&snapshot, key}};
+                            const std::function<const std::string&()>& marker, std::string* failed) {
+  struct Item {
+    const KeySnapshot* node;
+    prhost::hKey handle;
+    std::string path;
+  };
+  std::vector<Item> stack{{&snapshot, key, ""}};
+  auto below = [](const std::string& path, const std::string& name) { return path.empty() ? name : path + "/" + name; };
   uint64_t serial = 0;
   while (!stack.empty()) {
-    const auto [node, handle] = stack.back();
+    const auto [node, handle, path] = std::move(stack.back());
     stack.pop_back();
     // The name a second of one name is written under until the save.
     std::unordered_map<std::string, int> seen;
@@ -81,14 +90,24 @@ prhost::tERROR WriteSubtree(const prhost::Registry& registry, prhost::hKey key, 
     };
     for (const TypedValue& v : node->values) {
       prhost::tERROR err = PutValue(registry, handle, unique(v.name), v.type, v.data);
+      if (prhost::Failed(err) && failed != nullptr) {
+        prhost::TypeId there = 0;
+        uint32_t size = 0;
+        (void)registry.GetValue(&size, handle, v.name.c_str(), &there, nullptr, 0);
+        *failed = "value '" + below(path, v.name) + "' (" + TypeLabel(v.type) +
+                  (there != 0 ? "; " + TypeLabel(there) + " there" : "") + ")";
+      }
       if (prhost::Failed(err)) return err;
     }
     seen.clear();
     for (const KeySnapshot& sub : node->keys) {
       prhost::hKey child = prhost::kInvalidKey;
       prhost::tERROR err = registry.OpenKey(&child, handle, unique(sub.name).c_str(), 1);
-      if (prhost::Failed(err)) return err;
-      stack.emplace_back(&sub, child);
+      if (prhost::Failed(err)) {
+        if (failed != nullptr) *failed = "key '" + below(path, sub.name) + "'";
+        return err;
+      }
+      stack.push_back({&sub, child, below(path, sub.name)});
     }
   }
   return prhost::kOk;

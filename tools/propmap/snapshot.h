@@ -24,6 +24,7 @@ struct KeySnapshot {
   std::string name;
   std::vector<TypedValue> values;
   std::vector<KeySnapshot> keys;
+  uint32_t cut_keys = 0;  // sub-keys that a read to a limited depth left out
 
   KeySnapshot() = default;
   explicit KeySnapshot(std::string key_name) : name(std::move(key_name)) {}
@@ -45,9 +46,10 @@ KeySnapshot ReadProfile(const Session& session, const std::string& path, const s
 // Writes the snapshot's values and sub-keys below `key` (types and native
 // bytes exactly), merging by name with what is there. A second value or key
 // of one name gets `marker()` and a number after its name (see
-// Profile::DuplicateMarker). Returns the first failure.
+// Profile::DuplicateMarker). Returns the first failure, and names what
+// failed in `failed` ("value 'Panels/Size' (tDWORD; tSTRING there)").
 prhost::tERROR WriteSubtree(const prhost::Registry& registry, prhost::hKey key, const KeySnapshot& snapshot,
-                            const std::function<const std::string&()>& marker);
+                            const std::function<const std::string&()>& marker, std::string* failed = nullptr);
 
 // Levels of sub-keys below the snapshot's own key.
 size_t Depth(const KeySnapshot& snapshot);

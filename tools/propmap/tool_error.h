@@ -5,6 +5,7 @@
 // Thread-safety: plain values.
 #pragma once
 
+#include <cstdio>
 #include <stdexcept>
 #include <string>
 
@@ -33,9 +34,25 @@ class Declined : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// A command line that names no command: main() prints the sentence alone
+// (there is no result code to show) and exits with kExitTrouble.
+class CommandLineError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 // Throws ToolError(code, sentence) when the code is a failure.
 inline void Check(prhost::tERROR code, const std::string& sentence) {
   if (prhost::Failed(code)) throw ToolError(code, sentence);
+}
+
+// -q makes it -1 (no notices or warnings), -v 1 (also what was saved).
+inline int verbosity = 0;
+
+// "propmap: <sentence>" on stderr when the verbosity reaches `level` (0:
+// notices and warnings, 1: details).
+inline void Say(int level, const std::string& sentence) {
+  if (verbosity >= level) std::fprintf(stderr, "propmap: %s\n", sentence.c_str());
 }
 
 }  // namespace propmap_tool

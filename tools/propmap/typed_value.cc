@@ -5,7 +5,9 @@
 #include "client.h"
 #include "result_names.h"
 #include "type_names.h"
+#include "people_text.h"
 #include "tool_error.h"
+#include "type_catalogue.h"
 
 namespace propmap_tool {
 
@@ -34,6 +36,14 @@ Result<std::string> GetNative(const prhost::Registry& registry, prhost::hKey key
 }
 
 namespace {
+
+bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    if ((a[i] | 0x20) != (b[i] | 0x20)) return false;
+  }
+  return true;
+}
 
 // One call while the output fits the reused buffer, a second one when it
 // does not. Only for reads in the value's own type: a read converted from a
@@ -81,8 +91,24 @@ std::string TypeLabel(TypeId type) {
 }
 
 TypeId ParseTypeName(std::string_view name) {
-  std::optional<TypeId> type = prhost::TypeFromName(name);
-  if (!type) throw ToolError(prhost::kErrBadParameter, "'" + std::string(name) + "' is not a type name");
+  // People type "dword" or "TDWORD" as readily as "tDWORD".
+  std::optional<TypeId> type;
+  const std::vector<std::string> names = AllTypeNames();
+  for (const std::string& known : names) {
+    const std::string_view bare = std::string_view(known).substr(1);
+    if (EqualsIgnoringCase(name, known) || EqualsIgnoringCase(name, bare)) type = prhost::TypeFromName(known);
+  }
+  if (!type) {
+    std::string sentence = "'" + std::string(name) + "' is not a type name";
+    std::vector<std::string> bare_names;
+    for (const std::string& known : names) bare_names.push_back(known.substr(1));
+    const std::string_view typed = name.size() > 1 && (name[0] == 't' || name[0] == 'T') ? name.substr(1) : name;
+    std::vector<std::string> close = CloseNames(typed, bare_names);
+    for (std::string& c : close) c.insert(0, "t");
+    if (!close.empty()) sentence += "; did you mean " + Alternatives(close) + "?";
+    throw ToolError(prhost::kErrBadParameter, sentence + " ('propmap types' lists them)");
+  }
+  name = prhost::TypeName(*type);
   if (!prhost::IsStorableType(*type)) {
     throw ToolError(prhost::kErrBadParameter, "values of type " + std::string(name) + " cannot be stored");
   }

@@ -1,7 +1,7 @@
 // Loads the installed module through the installed reference host.
 #include <cstdio>
 
-#include "module_loader.h"
+#include <propmap/host/module_loader.h>
 
 int main() {
   auto module = prhost::Module::Load();

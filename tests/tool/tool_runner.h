@@ -25,9 +25,9 @@ struct Outcome {
 };
 
 struct RunOptions {
-  std::string input;          // standard input
+  std::string input{};        // standard input
   long file_size_limit = -1;  // RLIMIT_FSIZE in bytes: writes beyond it fail as on a full disk
-  std::vector<std::pair<std::string, std::string>> env;  // set in the tool's environment
+  std::vector<std::pair<std::string, std::string>> env{};  // set in the tool's environment
 };
 
 // Starts the tool in `dir`; stdout and stderr go to pipes the caller reads.

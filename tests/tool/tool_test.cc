@@ -76,7 +76,9 @@ class ToolTest : public ::testing::Test {
       } else {
         EXPECT_EQ(o.out, s.out) << label;
       }
-      if (s.err.empty() && s.exit == 0) EXPECT_EQ(o.err, "") << label;
+      if (s.err.empty() && s.exit == 0) {
+        EXPECT_EQ(o.err, "") << label;
+      }
       EXPECT_NE(o.err.find(s.err), std::string::npos) << label << "\n" << o.err;
     }
   }
@@ -206,7 +208,9 @@ TEST_F(ToolTest, Edit) {
 TEST_F(ToolTest, Completion) {
   for (const char* shell : {"bash", "zsh", "fish"}) Write(std::string("c.") + shell, Ok({"completion", shell}));
   EXPECT_EQ(std::system(("bash -n " + Path("c.bash")).c_str()), 0);
-  if (std::system("command -v fish >/dev/null") == 0) EXPECT_EQ(std::system(("fish -n " + Path("c.fish")).c_str()), 0);
+  if (std::system("command -v fish >/dev/null") == 0) {
+    EXPECT_EQ(std::system(("fish -n " + Path("c.fish")).c_str()), 0);
+  }
   Write("other.xml", "<propertiesmap><key name=\"Windows\"/><key name=\"Work\"/></propertiesmap>");
   Write("complete.sh", std::string("source c.bash\nCOMP_WORDS=(") + PROPMAP_TOOL + " \"$@\"); COMP_CWORD=$(($# ))\n"
                        "_propmap; printf '%s\\n' \"${COMPREPLY[@]}\"\n");
@@ -474,7 +478,9 @@ TEST_F(ToolTest, WatchReportsEachGeneration) {
   ASSERT_EQ(::unlink(Path("profiles.xml").c_str()), 0);
   for (const std::string expected : {"-- profiles.xml was deleted; still watching the name",
                                      "+ a (tDWORD) = 1", "-- generation 3: 1 changes"}) {
-    if (expected.starts_with("+")) EXPECT_EQ(Tool({"set", "a", "1", "--type", "tDWORD"}).exit, 0);
+    if (expected.starts_with("+")) {
+      EXPECT_EQ(Tool({"set", "a", "1", "--type", "tDWORD"}).exit, 0);
+    }
     ASSERT_TRUE(ReadLine(out, &line));
     EXPECT_EQ(line, expected);
   }

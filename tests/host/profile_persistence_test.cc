@@ -456,7 +456,9 @@ TEST_F(ProfilePersistenceTest, NoFileIsWiderThanTheProfile) {
   SetGeneration(first, 1);
   ASSERT_EQ(Rc{first.registry().Flush(0)}, Rc{kOk});
   EXPECT_EQ(mode(q), 0640u) << "made by the first save";
-  ASSERT_EQ(::chmod(p.c_str(), 0600), 0);
+  // Group-readable only: a temporary file made 0660 would pass group write
+  // on, and one left 0600 would take group read away.
+  ASSERT_EQ(::chmod(p.c_str(), 0604), 0);
   Store& s = OpenStore({.name = p, .backup_mode = 2});
   mode_t temporary = 0;
   module()->trace().set_observer([&](const TraceLine& line) {
@@ -466,10 +468,10 @@ TEST_F(ProfilePersistenceTest, NoFileIsWiderThanTheProfile) {
   ASSERT_EQ(Rc{s.registry().Flush(0)}, Rc{kOk});
   module()->trace().set_observer(nullptr);
   ::umask(mask);
-  EXPECT_EQ(temporary, 0600u);
-  EXPECT_EQ(mode(p), 0600u);
-  EXPECT_EQ(mode(p + ".bak"), 0600u);
-  EXPECT_EQ(mode(p + ".bak2"), 0600u);
+  EXPECT_EQ(temporary, 0604u);
+  EXPECT_EQ(mode(p), 0604u);
+  EXPECT_EQ(mode(p + ".bak"), 0604u);
+  EXPECT_EQ(mode(p + ".bak2"), 0604u);
 }
 
 // Data that used to stop or hang the host, or a save that could not be read

@@ -176,5 +176,26 @@ TEST(ProfileFaultsTest, LoadUnderEveryFailingCall) {
   }
 }
 
+// A profile that another process makes between this load's failed open and
+// its create step is loaded, never emptied by the create.
+TEST(ProfileFaultsTest, AProfileMadeMeanwhileIsLoadedNotEmptied) {
+  prhost::TempDir dir;
+  const std::string p = dir.Join("profiles.xml");
+  {
+    UnitStore other({.name = dir.Join("other.xml"), .loader_flags = 2});
+    ASSERT_EQ(SetGeneration(Registry(other.store()), 5), ResultOk);
+    ASSERT_EQ(other.Flush(), ResultOk);
+  }
+  SystemCallFaults faults;
+  unsigned opens = 0;
+  faults.SetHook([&](SysCall call) {
+    if (call == SysCall::kOpen && ++opens == 2) std::filesystem::copy_file(dir.Join("other.xml"), p);
+  });
+  UnitStore s({.name = p, .loader_flags = 2});
+  EXPECT_EQ(s.init_result(), ResultOk);
+  EXPECT_EQ(GenerationOf(Registry(s.store())), 5u);
+  EXPECT_EQ(GenerationIn(p), 5u);
+}
+
 }  // namespace
 }  // namespace propmap::testing

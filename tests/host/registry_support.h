@@ -164,13 +164,4 @@ inline void Seed(const Registry& r, const Seeds& values, hKey key = 0) {
   for (const auto& [name, type, data] : values) EXPECT_EQ(Rc{Put(r, key, name, type, data)}, Rc{kOk}) << name;
 }
 
-// Dump with each value cut to "path|name" unless `with_data`.
-inline std::vector<std::string> Listing(const Registry& r, hKey key = 0, bool with_data = false) {
-  std::vector<std::string> out = Dump(r, key);
-  for (std::string& e : out) {
-    if (size_t bar = e.find('|'); bar != std::string::npos && !with_data) e.resize(e.find('|', bar + 1));
-  }
-  return out;
-}
-
 }  // namespace prhost::testing

@@ -157,7 +157,7 @@ TEST_F(ValueOperationsTest, SetsCreateOnlyWhenAskedAndOnlyAtTheEnd) {
   EXPECT_EQ(Rc{r.SetValueByIndex(0, 1, tSTRING, Text("x").data(), 2, 1)}, Rc{kOk});
   EXPECT_EQ(Rc{Put(r, 0, "bad", 16, kOne, 1)}, Rc{kErrNoMemory}) << "no value class for the type";
   EXPECT_EQ(Rc{Put(r, 0, "bad", tDWORD, Bytes{1, 2}, 1)}, Rc{kErrBadParameter}) << "value refused the data";
-  EXPECT_EQ(Listing(r, 0, true), (std::vector<std::string>{"|First|4|01000000", "|noname1|9|7800"}));
+  EXPECT_EQ(Dump(r), (std::vector<std::string>{"|First|4|01000000", "|noname1|9|7800"}));
 }
 
 // Reads and writes across types: the stored value's text form is parsed by a

@@ -268,6 +268,12 @@ class Run {
     if (got != want) Fail(std::string(what) + ": module " + stores_.ResultText(got) + ", model " + stores_.ResultText(want));
   }
 
+  // A call's result, then its own line on `side`, which must carry it.
+  void Expect(int side, const char* what, tERROR got, tERROR want) {
+    Expect(what, got, want);
+    CheckLines(side, what, got);
+  }
+
   // The call's own line on `side` carries its result; a Flush (skip_line
   // 0 or 1) has none, and writes the skip line exactly when it is 1.
   void CheckLines(int side, const char* what, tERROR code, int skip_line = -1) {
@@ -335,8 +341,7 @@ class Run {
   hKey Open(int side, const Path& p) {
     hKey key = ~hKey{0};
     const tERROR code = R(side).OpenKey(&key, 0, p.text.c_str(), 0);
-    Expect("OpenKey", code, Walk(&model_[side].root, p.names, false) ? kOk : kErrNotFound);
-    CheckLines(side, "OpenKey", code);
+    Expect(side, "OpenKey", code, Walk(&model_[side].root, p.names, false) ? kOk : kErrNotFound);
     return key;
   }
 
@@ -365,8 +370,7 @@ class Run {
         bool created_first = false;
         const Key* k = Walk(&m.root, p.names, create, &created_first);
         m.dirty = m.dirty || created_first;  // keys made deeper down do not mark the store
-        Expect(create ? "OpenKey create" : "OpenKey", code, !k ? kErrNotFound : created_first ? kKeyCreated : kOk);
-        CheckLines(side, "OpenKey", code);
+        Expect(side, create ? "OpenKey create" : "OpenKey", code, !k ? kErrNotFound : created_first ? kKeyCreated : kOk);
         break;
       }
       case 2:
@@ -379,16 +383,14 @@ class Run {
         if (op == 2) {
           const std::string d = MakeData(v.type);
           const tERROR code = r.SetValue(key, v.name.c_str(), v.type, d.data(), uint32_t(d.size()), 1);
-          Expect("SetValue", code, kOk);
-          CheckLines(side, "SetValue", code);
+          Expect(side, "SetValue", code, kOk);
           Set(m, k, v.name, v.type, d);
         }
         char buffer[128];
         uint32_t size = 0, type = v.type;
         const tERROR code = r.GetValue(&size, key, v.name.c_str(), &type, buffer, sizeof buffer);
         const Value* want = Find(k->values, v.name);
-        Expect("GetValue", code, want != nullptr ? kOk : kErrNotFound);
-        CheckLines(side, "GetValue", code);
+        Expect(side, "GetValue", code, want != nullptr ? kOk : kErrNotFound);
         if (want != nullptr && std::string(buffer, std::min<uint32_t>(size, sizeof buffer)) != want->bytes)
           Fail("GetValue " + v.name + ": other bytes");
         break;
@@ -398,10 +400,8 @@ class Run {
         Key* k = Walk(&m.root, p.names, false);
         if (k == nullptr) break;
         uint32_t keys = 0, values = 0;
-        Expect("GetKeyCount", r.GetKeyCount(&keys, key), kOk);
-        CheckLines(side, "GetKeyCount", kOk);
-        Expect("GetValueCount", r.GetValueCount(&values, key), kOk);
-        CheckLines(side, "GetValueCount", kOk);
+        Expect(side, "GetKeyCount", r.GetKeyCount(&keys, key), kOk);
+        Expect(side, "GetValueCount", r.GetValueCount(&values, key), kOk);
         if (keys != k->keys.size() || values != k->values.size()) Fail("counts");
         const uint32_t index = Next() % 4;
         tERROR code;
@@ -419,8 +419,7 @@ class Run {
           const Key* gone = parent != nullptr ? Find(parent->keys, p.names.back()) : nullptr;
           const tERROR code = r.DeleteKey(0, p.text.c_str());
           // The start key itself is never removed.
-          Expect("DeleteKey", code, gone != nullptr ? kOk : p.names.empty() ? kErrBadParameter : kErrNotFound);
-          CheckLines(side, "DeleteKey", code);
+          Expect(side, "DeleteKey", code, gone != nullptr ? kOk : p.names.empty() ? kErrBadParameter : kErrNotFound);
           if (gone != nullptr) {
             std::erase_if(parent->keys, [&](const auto& k) { return k.get() == gone; });
             m.dirty = true;
@@ -429,8 +428,7 @@ class Run {
           const uint32_t index = Next() % 4;
           const bool exists = index < m.root.keys.size();
           const tERROR code = r.DeleteKeyByInd(0, index);
-          Expect("DeleteKeyByInd", code, exists ? kOk : kErrNotFound);
-          CheckLines(side, "DeleteKeyByInd", code);
+          Expect(side, "DeleteKeyByInd", code, exists ? kOk : kErrNotFound);
           if (exists) m.root.keys.erase(m.root.keys.begin() + index);
           m.dirty = m.dirty || exists;
         }
@@ -445,15 +443,13 @@ class Run {
         if (index & 1) {
           Value* found = Find(k->values, v.name);
           const tERROR code = r.DeleteValue(key, v.name.c_str());
-          Expect("DeleteValue", code, found ? kOk : kErrNotFound);
-          CheckLines(side, "DeleteValue", code);
+          Expect(side, "DeleteValue", code, found ? kOk : kErrNotFound);
           if (found) k->values.erase(k->values.begin() + (found - k->values.data()));
           m.dirty = m.dirty || found;
         } else {
           const bool exists = index < k->values.size();
           const tERROR code = r.DeleteValueByInd(key, index);
-          Expect("DeleteValueByInd", code, exists ? kOk : kErrNotFound);
-          CheckLines(side, "DeleteValueByInd", code);
+          Expect(side, "DeleteValueByInd", code, exists ? kOk : kErrNotFound);
           if (exists) k->values.erase(k->values.begin() + index);
           m.dirty = m.dirty || exists;
         }
@@ -461,8 +457,7 @@ class Run {
       }
       case 8:  // clean, rarely; it marks the store even when empty
         if (Next() % 4 == 0) {
-          Expect("Clean", r.Clean(), kOk);
-          CheckLines(side, "Clean", kOk);
+          Expect(side, "Clean", r.Clean(), kOk);
           m.root.values.clear();
           m.root.keys.clear();
           m.dirty = true;
@@ -480,8 +475,7 @@ class Run {
         const bool within = to_side == side;
         if (op == 11) {
           const tERROR code = r.CopyKeyByName(p.text.c_str(), R(to_side).object());
-          Expect("CopyKeyByName", code, kOk);
-          CheckLines(side, "CopyKeyByName", code);
+          Expect(side, "CopyKeyByName", code, kOk);
           Copy(d, source, &d.root, within ? &d.root : nullptr);
           m.dirty = true;
           break;
@@ -490,8 +484,7 @@ class Run {
         Key* target = op == 10 ? &d.root : Walk(&d.root, to.names, false);
         if (target == nullptr) break;
         const tERROR code = r.CopyKey(from, R(to_side).object(), into);
-        Expect("CopyKey", code, kOk);
-        CheckLines(side, "CopyKey", code);
+        Expect(side, "CopyKey", code, kOk);
         Copy(d, source, target, within ? target : nullptr);
         m.dirty = true;
         break;

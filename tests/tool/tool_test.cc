@@ -1,6 +1,7 @@
 // The propmap tool driven as a user drives it: the built binary on copies of
 // the sample profile in temporary directories, checked by exit code, output
 // and the files left behind.
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -689,7 +690,11 @@ TEST_F(ToolTest, PipesAndStandardInputAreReadWhole) {
   ASSERT_EQ(::mkfifo(Path("fifo").c_str(), 0600), 0);
   std::thread writer([&] { prhost::WriteWholeFile(Path("fifo"), sample_); });
   Outcome o = Tool({"diff", "profiles.xml", "fifo"});
+  // A tool that never opened the pipe must fail the test, not hang it: a
+  // reader of our own lets the writer finish (the sample fits the pipe).
+  const int unblock = ::open(Path("fifo").c_str(), O_RDONLY | O_NONBLOCK);
   writer.join();
+  ::close(unblock);
   EXPECT_EQ(o.exit, 0) << o.out << o.err;
   o = Tool({"-p", "fifo", "set", "a", "1", "--type", "tDWORD"});
   EXPECT_EQ(o.exit, 2);

@@ -17,10 +17,11 @@
 namespace propmap::testing {
 namespace {
 
-std::string Lines(std::initializer_list<std::string> lines) {
-  std::string out;
-  for (const std::string& line : lines) out += line + "\r\n";
-  return out;
+// The document around the given lines, each indented one level and ended with CR LF.
+std::string Doc(std::initializer_list<std::string> lines) {
+  std::string out = "<propertiesmap>\r\n";
+  for (const std::string& line : lines) out += "    " + line + "\r\n";
+  return out + "</propertiesmap>\r\n";
 }
 
 class ProfileWriterTest : public TreeTest {
@@ -43,7 +44,7 @@ TEST_F(ProfileWriterTest, WritesExactBytes) {
   std::string ab_hex;
   for (int i = 0; i < 40; ++i) ab_hex += "AB";
   const Case cases[] = {
-      {"empty tree", [] {}, Lines({"<propertiesmap>", "</propertiesmap>"})},
+      {"empty tree", [] {}, Doc({})},
       {"depth 3, sub-keys before values whatever the order of creation",
        [&] {
          AddText(Open("a"), "v", tDWORD, "1");
@@ -51,16 +52,14 @@ TEST_F(ProfileWriterTest, WritesExactBytes) {
          AddText(c, "x", tBOOL, "true");
          Open("a/b/c/d");
        },
-       Lines({"<propertiesmap>", "    <key name=\"a\">", "        <key name=\"b\">", "            <key name=\"c\">",
-              "                <key name=\"d\">", "                </key>",
-              "                <tBOOL name=\"x\">1</tBOOL>", "            </key>", "        </key>",
-              "        <tDWORD name=\"v\">1</tDWORD>", "    </key>", "</propertiesmap>"})},
+       Doc({"<key name=\"a\">", "    <key name=\"b\">", "        <key name=\"c\">", "            <key name=\"d\">",
+            "            </key>", "            <tBOOL name=\"x\">1</tBOOL>", "        </key>", "    </key>",
+            "    <tDWORD name=\"v\">1</tDWORD>", "</key>"})},
       {"every escaped byte, in names and text",
        [&] { AddText(Open("k&\t"), "\"'&<>", tSTRING, "\"'&<>\x01\x1F\x7F\r\n\xC3\xA9 "); },
-       Lines({"<propertiesmap>", "    <key name=\"k&amp;&#x9;\">",
-              "        <tSTRING name=\"&quot;&apos;&amp;&lt;&gt;\">&quot;&apos;&amp;&lt;&gt;&#x1;&#x1F;\x7F\r\n\xC3\xA9 "
-              "</tSTRING>",
-              "    </key>", "</propertiesmap>"})},
+       Doc({"<key name=\"k&amp;&#x9;\">",
+            "    <tSTRING name=\"&quot;&apos;&amp;&lt;&gt;\">&quot;&apos;&amp;&lt;&gt;&#x1;&#x1F;\x7F\r\n\xC3\xA9 "
+            "</tSTRING>", "</key>"})},
       {"empty texts",
        [&] {
          ++expected_empty_names_;  // the empty value name keeps its one-byte buffer
@@ -68,11 +67,10 @@ TEST_F(ProfileWriterTest, WritesExactBytes) {
          AddText(root(), "void", tVOID, "");
          AddData(root(), "block", tBINARY, "", 0);
        },
-       Lines({"<propertiesmap>", "    <tSTRING name=\"\"></tSTRING>", "    <tVOID name=\"void\"></tVOID>",
-              "    <tBINARY name=\"block\"></tBINARY>", "</propertiesmap>"})},
+       Doc({"<tSTRING name=\"\"></tSTRING>", "<tVOID name=\"void\"></tVOID>", "<tBINARY name=\"block\"></tBINARY>"})},
       {"a text is cut at its first zero byte",
        [&] { AddData(root(), "s", tSTRING, "ab\0cd", 5); },
-       Lines({"<propertiesmap>", "    <tSTRING name=\"s\">ab</tSTRING>", "</propertiesmap>"})},
+       Doc({"<tSTRING name=\"s\">ab</tSTRING>"})},
       {"texts longer than the first room offered (a 40-byte block, 2^200), a boolean",
        [&] {
          AddData(root(), "b", tBINARY, std::string(40, '\xAB').data(), 40);
@@ -80,12 +78,12 @@ TEST_F(ProfileWriterTest, WritesExactBytes) {
          AddData(root(), "d", tDOUBLE, &big, sizeof big);
          AddText(root(), "t", tBOOL, "7");
        },
-       Lines({"<propertiesmap>", "    <tBINARY name=\"b\">" + ab_hex + "</tBINARY>",
-              "    <tDOUBLE name=\"d\">-1606938044258990275541962092341162602522202993782792835301376.000000</tDOUBLE>",
-              "    <tBOOL name=\"t\">1</tBOOL>", "</propertiesmap>"})},
+       Doc({"<tBINARY name=\"b\">" + ab_hex + "</tBINARY>",
+            "<tDOUBLE name=\"d\">-1606938044258990275541962092341162602522202993782792835301376.000000</tDOUBLE>",
+            "<tBOOL name=\"t\">1</tBOOL>"})},
       {"wide strings are written as narrow ones, escaped",
        [&] { AddData(root(), "w", tWSTRING, wide, sizeof(wide) - sizeof(wchar_t)); },
-       Lines({"<propertiesmap>", "    <tSTRING name=\"w\">w\xC3\xA9&lt;&amp;</tSTRING>", "</propertiesmap>"})},
+       Doc({"<tSTRING name=\"w\">w\xC3\xA9&lt;&amp;</tSTRING>"})},
   };
   for (const Case& c : cases) {
     ClearKey(root());

@@ -5,8 +5,6 @@
 // and root changes are checked through the module (tests/host).
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <functional>
 #include <sstream>
 
 #include "tree_fixture.h"
@@ -131,17 +129,6 @@ TEST_F(PathTest, ClearingAChainOfOneHundredThousandKeys) {
   EXPECT_EQ(GetKeyCount(root()), 0u);
   EXPECT_EQ(heap_.live_blocks(), 2u);  // only the root key and its name
   EXPECT_NE(Open("again/and"), nullptr);  // the cleared key is fully usable again
-}
-
-// Counts match the lists and every indexed name leads to a listed key/value.
-void ExpectConsistent(KeyNode* key) {
-  size_t keys = 0, values = 0;
-  for (KeyNode* c = key->FirstChild(); c != nullptr; c = key->NextChild(c), ++keys) ExpectConsistent(c);
-  for (ListLink* l = key->values.next; l != &key->values; l = l->next) ++values;
-  ASSERT_EQ(keys, key->key_count);
-  ASSERT_EQ(values, key->value_count);
-  for (const auto& [name, node] : key->key_index) ASSERT_EQ(FindParent(key, node), key);
-  for (ValueEntry* e : key->value_index) ASSERT_TRUE(IsLinked(e));
 }
 
 }  // namespace

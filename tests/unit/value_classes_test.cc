@@ -8,8 +8,9 @@
 #include <cfloat>
 #include <climits>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
-#include <functional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -164,12 +165,17 @@ TEST_F(ValueTest, SetDataSizesAndContent) {
   }
 }
 
-// Numbers, preset 7; a refused text keeps the 7. The stored column is the
-// number in the kind's width.
-TEST_F(ValueTest, UnsignedAndSignedRules) {
+// One SetText per row on a fresh value preset to the group's native bytes;
+// numbers start at 7, which a refused text keeps (stored in the kind's width).
+// Any non-zero boolean word reads "1" with its NUL inside the count. Wide
+// strings take raw little-endian units in hexadecimal; odd or malformed text
+// empties the string and still succeeds.
+TEST_F(ValueTest, TextRulesPerKind) {
   auto N = [](tag_TYPE_ID id, int64_t n) { return Le(static_cast<uint64_t>(n), Width(id)); };
+  auto W = [](uint32_t w) { return Le(w, 4); };
   const uint64_t ones = UINT64_MAX;
-  std::vector<Row> rows = {
+  const std::pair<std::string, std::vector<Row>> groups[] = {
+      {Le(7, 8), {
       {tBYTE, "255", ResultOk, N(tBYTE, 255), "255"},
       {tBYTE, "256", ErrBadParameter, N(tBYTE, 7), "7"},
       {tPROPID, "4294967296", ErrBadParameter, N(tPROPID, 7), "7"},
@@ -192,24 +198,17 @@ TEST_F(ValueTest, UnsignedAndSignedRules) {
       {tLONG, "7fffffffffffffff", ErrBadParameter, N(tLONG, 7), "7"},
       {tLONG, "-0x8000000000000000", ErrBadParameter, N(tLONG, 7), "7"},  // exactly the minimum
       {tLONG, "7ffffffffffffffe", ResultOk, N(tLONG, LONG_MAX - 1), "9223372036854775806"},
-  };
-  Run(Le(7, 8), rows);
-}
-
-TEST_F(ValueTest, DoubleRule) {
-  Run(DoubleBytes(2.5), {
+      {tFUNC_PTR, "123", ResultOk, Le(7, 8), ""},  // reads back as it was
+      {tVOID, "123", ResultOk, "", ""},
+      }},
+      {DoubleBytes(2.5), {
       {tDOUBLE, " 3.25xyz", ResultOk, DoubleBytes(3.25), "3.250000"},
       {tDOUBLE, "abc", ResultOk, DoubleBytes(2.5), "2.500000"},  // nothing converted: kept
       {tDOUBLE, "", ErrBadParameter, DoubleBytes(2.5), "2.500000"},
       {tDOUBLE, "0x10", ResultOk, DoubleBytes(16), "16.000000"},
       {tDOUBLE, "0.0000001", ResultOk, DoubleBytes(1e-7), "0.000000"},
-  });
-}
-
-// Any non-zero word reads "1" with its NUL inside the count.
-TEST_F(ValueTest, BooleanRule) {
-  auto W = [](uint32_t w) { return Le(w, 4); };
-  Run(W(7), {
+      }},
+      {W(7), {
       {tBOOL, "true junk", ResultOk, W(1), "1\0"s},
       {tBOOL, "false1", ErrBadParameter, W(7), "1\0"s},
       {tBOOL, "TRUE", ErrBadParameter, W(7), "1\0"s},
@@ -217,35 +216,25 @@ TEST_F(ValueTest, BooleanRule) {
       {tBOOL, "010", ResultOk, W(8), "1\0"s},
       {tBOOL, "7abc", ResultOk, W(7), "1\0"s},
       {tBOOL, "4294967297", ResultOk, W(1), "1\0"s},  // truncated to 32 bits
-  });
-}
-
-TEST_F(ValueTest, CharacterStringVoidAndCodeAddress) {
-  Run("q", {
+      }},
+      {"q", {
       {tCHAR, "xyz", ResultOk, "x", "x"},
       {tCHAR, "", ResultOk, "\0"s, "\0"s},
       {tCHAR, "q", ResultOk, "q", "q"},  // never ValueUnchanged
-  });
-  Run("old", {
+      }},
+      {"old", {
       {tSTRING, "abc", ResultOk, "abc\0"s, "abc\0"s},
       {tSTRING, "old", ValueUnchanged, "old\0"s, "old\0"s},
-  });
-  Run(Le(7, 8), {
-      {tFUNC_PTR, "123", ResultOk, Le(7, 8), ""},  // reads back as it was
-      {tVOID, "123", ResultOk, "", ""},
-  });
-}
-
-// Raw little-endian units in hexadecimal; odd or malformed text empties the
-// string and still succeeds.
-TEST_F(ValueTest, WideStringHexadecimalRule) {
-  Run(Wide(L"old"), {
+      }},
+      {Wide(L"old"), {
       {tWSTRING, "e4000000", ResultOk, Wide(L"\u00e4"), "\xC3\xA4\0"s},
       {tWSTRING, "6F0000006C00000064000000", ResultOk, Wide(L"old"), "old\0"s},  // never ValueUnchanged
       {tWSTRING, "4100", ResultOk, Wide(L"A"), "A\0"s},  // a partial unit is zero-padded
       {tWSTRING, "abc", ResultOk, "", ""},
       {tWSTRING, "0x410000", ResultOk, "", ""},
-  });
+      }},
+  };
+  for (const auto& [preset, rows] : groups) Run(preset, rows);
 }
 
 TEST_F(ValueTest, BlockHexadecimalRule) {
@@ -264,20 +253,15 @@ TEST_F(ValueTest, BlockHexadecimalRule) {
   }
 }
 
-TEST_F(ValueTest, NullTextAndWideCharacter) {
+// (A wide character has no text form either way: the conversion rows of
+// tests/host/value_operations_test.cc.)
+TEST_F(ValueTest, NullText) {
   for (tag_TYPE_ID id : {tBYTE, tWORD, tDWORD, tQWORD, tBOOL, tCHAR, tSTRING, tWSTRING, tINT, tPTR, tSBYTE,
                          tSHORT, tLONG, tDATETIME, tDOUBLE, tBINARY}) {
     EXPECT_EQ(Make(id)->SetText(nullptr), ErrBadParameter) << id;
   }
   EXPECT_EQ(Make(tVOID)->SetText(nullptr), ResultOk);
   EXPECT_EQ(Make(tFUNC_PTR)->SetText(nullptr), ResultOk);
-
-  iValue* wide = Make(tWCHAR);
-  ASSERT_EQ(wide->SetData("A\0\0\0", 4), ResultOk);
-  uint32_t count = 0xDEAD;
-  EXPECT_EQ(wide->GetText(nullptr, 0, &count), ErrNotApplicable);
-  EXPECT_EQ(wide->SetText("B"), ErrNotApplicable);
-  EXPECT_EQ(Data(wide), "A\0\0\0"s);
 }
 
 // UTF-8 of wide strings: the count and the bytes written disagree on purpose
@@ -318,6 +302,36 @@ TEST_F(ValueTest, DoubleTextBeyond255CharactersIsRefused) {
     EXPECT_EQ(value->GetText(nullptr, 0, &count), ErrNotApplicable) << d;
     EXPECT_EQ(buffer[0], 'x');
   }
+}
+
+// Number texts take shortcuts past the C library; each must give exactly
+// the bytes printf gives, ties and extremes included.
+TEST_F(ValueTest, NumberTextsMatchPrintf) {
+  auto printed = [](const char* format, auto number) {
+    char text[512];
+    std::snprintf(text, sizeof text, format, number);
+    return std::string(text);
+  };
+  iValue* number = Make(tDOUBLE);
+  auto text_of = [&](iValue* value, const std::string& bytes) {
+    EXPECT_GE(value->SetData(bytes.data(), static_cast<uint32_t>(bytes.size())), 0);
+    return Text(value);
+  };
+  const double table[] = {0.0, -0.0, 0.0078125, -0.0078125, 0.5e-6, 2.5e-6, 1.0 / 3, 123456.1234565, 1e15 + 0.5,
+                          -1e-7, 1e247, -1e246, DBL_MIN, INFINITY, -INFINITY, NAN, -NAN};
+  for (double d : table) {
+    EXPECT_EQ(text_of(number, DoubleBytes(d)), printed("%lf", d)) << d;
+  }
+  std::mt19937_64 random(7);
+  for (int i = 0; i < 20000; ++i) {  // magnitudes 2^-323 .. 2^376
+    const uint64_t bits = (random() & ~(uint64_t{0x7FF} << 52)) | (uint64_t{700 + random() % 700} << 52);
+    ASSERT_EQ(text_of(number, Le(bits, 8)), printed("%lf", std::bit_cast<double>(bits)));
+  }
+  for (uint64_t n : {uint64_t{0}, uint64_t{7}, uint64_t{4294967295u}, UINT64_MAX}) {
+    EXPECT_EQ(text_of(Make(tQWORD), Le(n, 8)), printed("%llu", n));
+    EXPECT_EQ(text_of(Make(tLONG), Le(n, 8)), printed("%lli", static_cast<int64_t>(n)));
+  }
+  for (int64_t n : {INT64_MIN, INT64_MAX}) EXPECT_EQ(text_of(Make(tLONG), Le(n, 8)), printed("%lli", n));
 }
 
 // The codec on its own: decoding counted input (no terminator to lean on).

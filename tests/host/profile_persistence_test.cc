@@ -357,22 +357,6 @@ TEST_F(ProfilePersistenceTest, ChangesDuringASaveAreSavedNext) {
   EXPECT_EQ(OpenStore({.name = p}).client().GetDword(0, "late").value, 1u);
 }
 
-// One thread flushing in a loop while another sets values: counts, not timing.
-TEST_F(ProfilePersistenceTest, AFlushLoopRacingAWriterLosesNothing) {
-  const std::string p = dir_.Join("race.xml");
-  Store& s = OpenStore({.name = p, .locking = 1, .loader_flags = 2});
-  constexpr uint32_t kValues = 200;
-  std::atomic<bool> done{false};
-  std::thread flusher([&] {
-    while (!done.load()) EXPECT_EQ(Rc{s.registry().Flush(0)}, Rc{kOk});
-  });
-  for (uint32_t i = 0; i < kValues; ++i) ASSERT_EQ(Rc{s.client().SetDword(0, "v" + std::to_string(i), i)}, Rc{kOk});
-  done = true;
-  flusher.join();
-  EXPECT_EQ(Rc{s.registry().Flush(0)}, Rc{kOk});
-  EXPECT_EQ(OpenStore({.name = p}).client().ValueNames(0).value.size(), kValues);
-}
-
 // Processes saving one profile while others load it with the create bit,
 // the savers killed with SIGKILL wherever they are once the loaders are
 // done: no load ever finds the profile missing, empty or torn, and what the

@@ -101,41 +101,38 @@ tERROR CompareFiles(const char* source, const char* target) {
   return same ? ResultOk : ResultDone;
 }
 
-tERROR RenameFile(const char* source, const char* target) {
-  struct stat status;
-  if (Failed(FileStatus(source, &status))) return ErrFsNotDirectory;
-  if (Succeeded(FileStatus(target, &status))) return ErrFsExists;
-  PathHandle from;
-  PathHandle to;
-  tERROR err = from.Resolve(source);
-  if (Succeeded(err)) err = to.Resolve(target);
-  if (Failed(err)) return err;
-  return SystemCalls().renameat(from.dir(), from.name(), to.dir(), to.name()) != 0 ? LastError() : ResultOk;
-}
-
 tERROR MoveFile(const char* source, const char* target) {
   if (CompareFiles(source, target) == ResultOk) return ResultOk;
   return ReplaceFile(source, target);
 }
 
+namespace {
+
+// Runs `call` with both names resolved; 0 or the mapped errno of the call.
+template <typename Call>
+tERROR WithBothNames(const char* source, const char* target, Call call) {
+  PathHandle from;
+  PathHandle to;
+  tERROR err = from.Resolve(source);
+  if (Succeeded(err)) err = to.Resolve(target);
+  if (Failed(err)) return err;
+  return call(from, to) != 0 ? LastError() : ResultOk;
+}
+
+}  // namespace
+
 tERROR ReplaceFile(const char* source, const char* target) {
   struct stat status;
   if (Failed(FileStatus(source, &status))) return ErrFsNotDirectory;
-  PathHandle from;
-  PathHandle to;
-  tERROR err = from.Resolve(source);
-  if (Succeeded(err)) err = to.Resolve(target);
-  if (Failed(err)) return err;
-  return SystemCalls().renameat(from.dir(), from.name(), to.dir(), to.name()) != 0 ? LastError() : ResultOk;
+  return WithBothNames(source, target, [](const PathHandle& from, const PathHandle& to) {
+    return SystemCalls().renameat(from.dir(), from.name(), to.dir(), to.name());
+  });
 }
 
 tERROR LinkFile(const char* source, const char* target) {
-  PathHandle from;
-  PathHandle to;
-  tERROR err = from.Resolve(source);
-  if (Succeeded(err)) err = to.Resolve(target);
-  if (Failed(err)) return err;
-  return SystemCalls().linkat(from.dir(), from.name(), to.dir(), to.name(), 0) != 0 ? LastError() : ResultOk;
+  return WithBothNames(source, target, [](const PathHandle& from, const PathHandle& to) {
+    return SystemCalls().linkat(from.dir(), from.name(), to.dir(), to.name(), 0);
+  });
 }
 
 tERROR ReadLink(const char* path, std::string* target) {

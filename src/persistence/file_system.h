@@ -76,9 +76,6 @@ class PathHandle {
 // The first status failure as it is; 1 when device or inode differ, or when
 // size or modification time differ; 0 for the same, unchanged file.
 [[nodiscard]] tERROR CompareFiles(const char* source, const char* target);
-// ErrFsNotDirectory when the source has no status, ErrFsExists when the
-// target exists (the system is not called), else rename.
-[[nodiscard]] tERROR RenameFile(const char* source, const char* target);
 // Does nothing when both names are the same unchanged file; otherwise
 // ReplaceFile.
 [[nodiscard]] tERROR MoveFile(const char* source, const char* target);

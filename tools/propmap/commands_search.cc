@@ -6,6 +6,7 @@
 #include "commands.h"
 #include "document_check.h"
 #include "people_text.h"
+#include "snapshot.h"
 #include "tool_error.h"
 #include "type_catalogue.h"
 #include "type_names.h"
@@ -14,14 +15,6 @@ namespace propmap_tool {
 namespace {
 
 using nlohmann::ordered_json;
-
-std::string Folded(std::string_view text) {
-  std::string out(text);
-  for (char& c : out) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return out;
-}
 
 // A substring, or a regular expression searched anywhere in the text.
 class Matcher {

@@ -5,15 +5,6 @@
 namespace propmap_tool {
 namespace {
 
-// Names compare as the store compares them: ASCII letters folded, nothing else.
-std::string Folded(const std::string& name) {
-  std::string out = name;
-  for (char& c : out) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return out;
-}
-
 // Pairs the items of two keys by folded name: the k-th of a name in `a`
 // with the k-th of that name in `b`, so duplicates pair in order. Calls
 // `both(a_item, b_item)` for pairs, `only_a` and `only_b` for the rest, in

@@ -52,22 +52,18 @@ KeySnapshot ReadSubtree(const prhost::Registry& registry, prhost::hKey key, cons
   return top;
 }
 
-KeySnapshot ReadProfile(const Session& session, const std::string& path, const std::string& key_path) {
-  std::unique_ptr<Profile> profile = session.Open(path, IfMissing::kFail, true, false);
-  return ReadSubtree(profile->registry(), profile->Key(key_path), path);
-}
-
-namespace {
-
-std::string Folded(const std::string& name) {
-  std::string out = name;
+std::string Folded(std::string_view name) {
+  std::string out(name);
   for (char& c : out) {
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   }
   return out;
 }
 
-}  // namespace
+KeySnapshot ReadProfile(const Session& session, const std::string& path, const std::string& key_path) {
+  std::unique_ptr<Profile> profile = session.Open(path, IfMissing::kFail, true, false);
+  return ReadSubtree(profile->registry(), profile->Key(key_path), path);
+}
 
 prhost::tERROR WriteSubtree(const prhost::Registry& registry, prhost::hKey key, const KeySnapshot& snapshot,
                             const std::function<const std::string&()>& marker, std::string* failed) {

@@ -13,12 +13,16 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "profile.h"
 #include "typed_value.h"
 
 namespace propmap_tool {
+
+// A name as the store compares it: ASCII letters folded, nothing else.
+std::string Folded(std::string_view name);
 
 struct KeySnapshot {
   std::string name;

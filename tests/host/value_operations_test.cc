@@ -1,7 +1,7 @@
-// Reading and writing values through iRegistry: the stored-type write-back,
-// the output protocol, the raw exchange of size-matched binary blocks, wide
-// and string-object forms, creation, the exact lines of the reads, and
-// conversions between types.
+// Reading and writing values through iRegistry beyond what the store model
+// checks (reads in the stored type or type 0): the output protocol, the raw
+// exchange of size-matched binary blocks, wide and string-object forms,
+// creation, and conversions between types.
 #include "registry_support.h"
 
 namespace prhost::testing {
@@ -10,23 +10,6 @@ namespace {
 using ValueOperationsTest = HostTest;
 
 const Bytes kOne = BytesOf(uint32_t{1});
-
-TEST_F(ValueOperationsTest, TypeZeroReportsTheStoredTypeAndReadsTheNativeForm) {
-  const Seeds values = {{"dword", tDWORD, BytesOf(uint32_t{305419896})}, {"double", tDOUBLE, BytesOf(2.5)},
-                        {"string", tSTRING, Text("hello")},              {"wide", tWSTRING, Wide(U"h\u00e9")},
-                        {"binary", tBINARY, Bytes{0x00, 0xAB, 0xCD}}};
-  Registry r = OpenStore().registry();
-  Seed(r, values);
-  for (int i = 0; i < static_cast<int>(values.size()); ++i) {
-    const auto& [name, type, native] = values[i];
-    // By name and by index with type 0, and by name asking for the stored type.
-    for (const ReadResult& got : {Stored(r, 0, name), ReadAs(r, 0, nullptr, 0, 256, i), ReadAs(r, 0, name, type)}) {
-      EXPECT_EQ(Rc{got.code}, Rc{kOk}) << name;
-      EXPECT_EQ(got.type, type) << name;
-      EXPECT_EQ(got.bytes, native) << name;
-    }
-  }
-}
 
 // Reads by name and by index and value names follow the output protocol, each
 // with its one line; names compare without case; past the last value a name
@@ -44,18 +27,10 @@ const Row kReadRows[] = {
     {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 2, o.text, 8)), kOk, "#0"},
     {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 1, o.text, 6)), kOk, "#6 alpha\\0"},
 };
-// A store whose initialisation never ran resolves no handle.
-const Row kReadsWithoutTree[] = {
-    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValue(&o.size, 0, "Beta", &o.type, o.text, 4))), kErrInvalidHandle, ""},
-    {nullptr, nullptr, OP((o.type = tDWORD, r.GetValueByIndex(&o.size, 0, 0, &o.type, o.text, 4))), kErrInvalidHandle, ""},
-    {nullptr, nullptr, OP(r.GetValueNameByIndex(&o.size, 0, 0, o.text, 8)), kErrInvalidHandle, "#0"},
-};
-
 TEST_F(ValueOperationsTest, ReadsAndNamesFollowTheOutputProtocolAndWriteTheirLine) {
   Store& s = OpenStore();
   Seed(s.registry(), {{"Beta", tDWORD, kOne}, {"alpha", tSTRING, Text("abc")}});
   CheckRows(s, kReadRows);
-  CheckRows(OpenStore({.init = false}), kReadsWithoutTree);
 }
 
 // A tBINARY value whose stored size equals the caller's size is exchanged as
@@ -126,6 +101,13 @@ TEST_F(ValueOperationsTest, StringObjectsTakeCountCharactersAndComeFromTheStoreH
     EXPECT_EQ(Stored(r, 0, name).bytes, stored) << name;
   }
   EXPECT_EQ(Rc{r.SetValue(0, "n", tSTRING_OBJ, nullptr, 0, 0)}, Rc{kErrBadParameter});
+  // More characters than a 32-bit byte count holds: refused before one is read.
+  const StringObject huge{digits, (1u << 30) + 1};
+  for (const char* name : {"s", "w"}) {
+    const Bytes before = Stored(r, 0, name).bytes;
+    EXPECT_EQ(Rc{r.SetValue(0, name, tSTRING_OBJ, &huge, 0, 0)}, Rc{kErrNoMemory}) << name;
+    EXPECT_EQ(Stored(r, 0, name).bytes, before) << name;
+  }
   // No value class exists for the string object itself, so it cannot be created.
   EXPECT_EQ(Rc{r.SetValue(0, "new", tSTRING_OBJ, &std::get<1>(writes[0]), 0, 1)}, Rc{kErrNoMemory});
 
@@ -165,8 +147,7 @@ TEST_F(ValueOperationsTest, SetsCreateOnlyWhenAskedAndOnlyAtTheEnd) {
 // classes (tests/unit/value_classes_test.cc); the rows here show each
 // conversion path once: text out with the NUL added, first-byte and empty
 // targets, kinds without a text form, refusals that keep the stored value, and
-// the asymmetries a round trip through text produces. (Their allocation
-// failures are swept in heap_sweep_test.cc.)
+// the asymmetries a round trip through text produces.
 struct ConversionCase {
   const char* label;
   TypeId stored_type;

@@ -5,7 +5,8 @@
 //
 // The rules: keys and values keep insertion order and the case they were
 // made with; names match without regard to ASCII case (and only ASCII
-// letters fold); values keep their type and bytes; deleting a key takes its
+// letters fold); values keep their type and bytes (a read of type 0 gives
+// both); deleting a key takes its
 // subtree; a copy merges the source key into the destination key (existing
 // names reused, new ones appended). A store is dirty after a change, where
 // rewriting a number or text with equal bytes is no change but a block
@@ -326,10 +327,11 @@ class Run {
   }
 
   // Data of the type, which a read in the stored type gives back as it is;
-  // few distinct values, so that equal rewrites happen.
+  // few distinct values, so that equal rewrites happen, and numbers that
+  // differ only in their high bytes, so that a comparison must see all.
   std::string MakeData(uint32_t type) {
     const uint8_t b = Next() % 8;
-    const uint64_t number = uint64_t{b} << 40 | b * 0x01010101u;
+    const uint64_t number = uint64_t{b & 3u} << 40 | uint64_t{b >> 2} << 24 | 0x010101u;
     switch (type) {
       case tDWORD: return std::string(reinterpret_cast<const char*>(&number), 4);
       case tQWORD: return std::string(reinterpret_cast<const char*>(&number), 8);
@@ -387,12 +389,12 @@ class Run {
           Set(m, k, v.name, v.type, d);
         }
         char buffer[128];
-        uint32_t size = 0, type = v.type;
+        uint32_t size = 0, type = op == 4 ? 0 : v.type;  // 0 asks for the stored type
         const tERROR code = r.GetValue(&size, key, v.name.c_str(), &type, buffer, sizeof buffer);
         const Value* want = Find(k->values, v.name);
         Expect(side, "GetValue", code, want != nullptr ? kOk : kErrNotFound);
-        if (want != nullptr && std::string(buffer, std::min<uint32_t>(size, sizeof buffer)) != want->bytes)
-          Fail("GetValue " + v.name + ": other bytes");
+        if (want != nullptr && (type != want->type || std::string(buffer, std::min(size, 128u)) != want->bytes))
+          Fail("GetValue " + v.name + ": other type or bytes");
         break;
       }
       case 5: {  // counts and the index-th names
@@ -411,6 +413,13 @@ class Run {
         const std::string value_name = NameAt(side, key, index, true, &code);
         Expect("GetValueNameByIndex", code, kOk);  // past the end: empty
         if (value_name != (index < values ? k->values[index].name : "")) Fail("value name");
+        char bytes[128];
+        uint32_t size = 0, type = 0;
+        code = r.GetValueByIndex(&size, key, index, &type, bytes, sizeof bytes);
+        Expect(side, "GetValueByIndex", code, index < values ? kOk : kErrNotFound);
+        if (index < values && (type != k->values[index].type ||
+                               std::string(bytes, std::min(size, 128u)) != k->values[index].bytes))
+          Fail("GetValueByIndex: other type or bytes");
         break;
       }
       case 6: {  // delete a key by path or by index

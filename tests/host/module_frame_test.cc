@@ -153,9 +153,9 @@ TEST_F(ModuleFrameTest, WithoutATraceServiceOperationsWorkAndNothingIsWritten) {
 }
 
 // Construction installs the module's own table, whose entries answer
-// ErrNotImplemented but for a fixed set that answers 0; destruction releases
-// what the store holds and puts the host's table back, whether or not the
-// host services were installed.
+// ErrNotImplemented but for a fixed set that answers 0 (so a pending root
+// point cannot be kept); destruction releases what the store holds and puts
+// the host's table back, whether or not the host services were installed.
 TEST_F(ModuleFrameTest, PlaceholderTableFromConstructionToDestruction) {
   const std::set<uint32_t> answering_zero = {1, 2, 3, 4, 5, 13, 14, 15, 27, 62, 63, 68, 80};
   for (bool install : {false, true}) {
@@ -179,6 +179,8 @@ TEST_F(ModuleFrameTest, PlaceholderTableFromConstructionToDestruction) {
       EXPECT_EQ(StoreHeap::FromSelf(s.obj_self()), &s.heap());
       EXPECT_EQ(Rc{s.SetRootPoint("Software\\Example")}, Rc{kOk});
       EXPECT_FALSE(s.heap().balanced());
+    } else {  // no host memory service to keep the text in
+      EXPECT_EQ(Rc{s.SetRootPoint("a")}, Rc{kErrNotImplemented});
     }
     EXPECT_EQ(Rc{s.Destroy()}, Rc{kOk});
     EXPECT_EQ(s.obj_table(), module()->host().obj_table());

@@ -108,7 +108,6 @@ inline void CheckRows(Store& s, std::span<const Row> rows) {
 
 // Type identifiers beyond the ones abi.h names.
 inline constexpr TypeId tVOID = 1, tCHAR = 7, tWCHAR = 8, tINT = 13, tFUNC_PTR = 31;
-inline constexpr tERROR kErrReadOnly = Code(0x800000C1);
 inline constexpr tERROR kErrNotApplicable = Code(0x8000004B);
 
 using Bytes = std::vector<uint8_t>;

@@ -1,10 +1,8 @@
 // The file layer on real files: operations on short names and on names past
-// the path limit, the copy's chunking, directory creation, and every system
-// call of a copy and a long-path move failed in turn through the seam.
+// the path limit, and the walk of long names.
 #include <sys/stat.h>
 
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -78,15 +76,22 @@ TEST(FileSystemTest, LongPathsThatCannotBeWalked) {
   }
 }
 
-TEST(FileSystemTest, MakeDirectoriesWithParents) {
+// Names past the path limit are walked a directory at a time; a doubled
+// separator that falls on a cut stays a separator, never an absolute name
+// that escapes the walked directory.
+TEST(FileSystemTest, ADoubledSeparatorAtTheCutStaysInside) {
   TempDir temp;
-  ASSERT_TRUE(prhost::WriteWholeFile(temp.Join("file"), "x"));
-  EXPECT_EQ(MakeDirectories(temp.Join("a/b//c").c_str(), 0770), ResultOk);
-  EXPECT_EQ(MakeDirectories(temp.Join("a/b/c/").c_str(), 0770), ResultOk);  // exists already
-  EXPECT_EQ(MakeDirectories(temp.Join("file/sub").c_str(), 0770), ErrFsNotDirectory);
+  // A first directory sized so that the chain below it ends at exactly 4095
+  // bytes: "//" then puts its second '/' first in the walk's next piece.
+  const std::string pad = temp.Join(std::string(1 + (4094 - temp.path().size() - 1) % 201, 'p'));
+  ASSERT_EQ(::mkdir(pad.c_str(), 0700), 0);
+  DeepDirectory dir(pad, 4095);
+  ASSERT_EQ(dir.path().size(), 4095u);
+  ASSERT_TRUE(dir.Write("victim", ""));
   struct stat st;
-  EXPECT_EQ(::stat(temp.Join("a/b/c").c_str(), &st), 0);
-  EXPECT_TRUE(S_ISDIR(st.st_mode));
+  EXPECT_EQ(FileStatus((dir.path() + "//victim").c_str(), &st), ResultOk);
+  EXPECT_EQ(RemoveFile((dir.path() + "//victim").c_str()), ResultOk);
+  EXPECT_EQ(dir.Read("victim"), std::nullopt);
 }
 
 }  // namespace

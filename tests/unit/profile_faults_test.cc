@@ -30,6 +30,13 @@ using prhost::testing::GenerationBlock;
 using prhost::testing::GenerationOf;
 using prhost::testing::SetGeneration;
 
+// A profile at `path` holding generation `n`.
+void SaveGeneration(const std::string& path, uint32_t n) {
+  UnitStore s({.name = path, .loader_flags = 2});
+  ASSERT_EQ(SetGeneration(Registry(s.store()), n), ResultOk);
+  ASSERT_EQ(s.Flush(), ResultOk);
+}
+
 // The generation of the profile at `path`, loaded whole; 0 when it does not load.
 uint32_t GenerationIn(const std::string& path) {
   UnitStore s({.name = path});
@@ -67,11 +74,7 @@ TEST(ProfileFaultsTest, FlushUnderEveryFailingCall) {
                        (persistent ? " persistent" : " once") + " mode " + std::to_string(mode) + " " + name);
           prhost::TempDir dir;
           const std::string p = dir.Join(name);
-          {
-            UnitStore first({.name = p, .loader_flags = 2});
-            ASSERT_EQ(SetGeneration(Registry(first.store()), 1), ResultOk);
-            ASSERT_EQ(first.Flush(), ResultOk);
-          }
+          SaveGeneration(p, 1);
           const int descriptors = OpenDescriptors();
           tERROR result;
           bool dirty;
@@ -130,11 +133,7 @@ TEST(ProfileFaultsTest, FailingFsyncKeepsTheOldProfile) {
   TraceCapture trace;
   prhost::TempDir dir;
   const std::string p = dir.Join("other.xml");
-  {
-    UnitStore first({.name = p, .loader_flags = 2});
-    ASSERT_EQ(SetGeneration(Registry(first.store()), 1), ResultOk);
-    ASSERT_EQ(first.Flush(), ResultOk);
-  }
+  SaveGeneration(p, 1);
   UnitStore s({.name = p, .backup_mode = 1});
   ASSERT_EQ(SetGeneration(Registry(s.store()), 2), ResultOk);
   {
@@ -152,11 +151,7 @@ TEST(ProfileFaultsTest, FailingFsyncKeepsTheOldProfile) {
 TEST(ProfileFaultsTest, LoadUnderEveryFailingCall) {
   prhost::TempDir dir;
   const std::string p = dir.Join("profiles.xml");
-  {
-    UnitStore first({.name = p, .loader_flags = 2});
-    ASSERT_EQ(SetGeneration(Registry(first.store()), 4), ResultOk);
-    ASSERT_EQ(first.Flush(), ResultOk);
-  }
+  SaveGeneration(p, 4);
   for (const auto& e : kErrors) {
     for (unsigned n = 1;; ++n) {
       SCOPED_TRACE("call " + std::to_string(n) + " errno " + std::to_string(e.error));
@@ -181,11 +176,7 @@ TEST(ProfileFaultsTest, LoadUnderEveryFailingCall) {
 TEST(ProfileFaultsTest, AProfileMadeMeanwhileIsLoadedNotEmptied) {
   prhost::TempDir dir;
   const std::string p = dir.Join("profiles.xml");
-  {
-    UnitStore other({.name = dir.Join("other.xml"), .loader_flags = 2});
-    ASSERT_EQ(SetGeneration(Registry(other.store()), 5), ResultOk);
-    ASSERT_EQ(other.Flush(), ResultOk);
-  }
+  SaveGeneration(dir.Join("other.xml"), 5);
   SystemCallFaults faults;
   unsigned opens = 0;
   faults.SetHook([&](SysCall call) {

@@ -175,20 +175,5 @@ TEST_F(ProfileReaderTest, NestingLimit) {
   }
 }
 
-// Every prefix of a profile fails with a documented code and never reads
-// outside its range.
-TEST_F(ProfileReaderTest, EveryTruncationFailsCleanly) {
-  const std::string text =
-      "<?xml version=\"1.0\"?>\r\n<!-- c -->\r\n" +
-      Native("\r\n    <key name=\"A &amp; B\">\r\n        <key name='C'/>\r\n        <tSTRING name=\"s\">x&#x41;"
-             "<![CDATA[y]]></tSTRING>\r\n    </key>\r\n    <tDWORD name=\"d\">1</tDWORD>\r\n") +
-      "\r\n";
-  for (size_t length = 0; length < text.size(); ++length) {
-    ClearKey(root());
-    const tERROR code = Read(text.substr(0, length));
-    EXPECT_TRUE(code == ErrBadDocument || code == ErrBadParameter || code == ResultOk) << length;
-  }
-}
-
 }  // namespace
 }  // namespace propmap::testing

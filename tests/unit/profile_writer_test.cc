@@ -94,20 +94,6 @@ TEST_F(ProfileWriterTest, WritesExactBytes) {
   }
 }
 
-// A value whose text conversion fails stops the writer with that code; a
-// tree without a root has nothing to write.
-TEST_F(ProfileWriterTest, StopsAtTheFirstFailure) {
-  AddText(root(), "before", tDWORD, "1");
-  AddData(root(), "wchar", tWCHAR, "\x41\0\0\0", 4);
-  std::string out;
-  EXPECT_EQ(WriteProfileDocument(&tree_, &out), ErrNotApplicable);
-  EXPECT_EQ(out.find("wchar"), std::string::npos);
-
-  PropertiesTree empty;
-  ResetTree(&empty);
-  EXPECT_EQ(WriteProfileDocument(&empty, &out), ErrNotImplemented);
-}
-
 // Clean words are copied whole: a special byte at every offset of a text
 // longer than two words must come out as the byte-wise rule gives it.
 TEST(EscapeTest, SpecialBytesAtEveryOffset) {

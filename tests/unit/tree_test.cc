@@ -1,8 +1,7 @@
 // The tree below the iRegistry layer, where the host tests cannot reach it:
-// slash-first path splitting, forced duplicates, the CDATA redirect, the
-// enumeration cache, deep clearing, and the lists and name indexes after
-// every failing allocation. Codes, names and paths of ordinary opens, walks
-// and root changes are checked through the module (tests/host).
+// slash-first path splitting, forced duplicates, the CDATA redirect and deep
+// clearing. Codes, names and paths of ordinary opens, walks and root changes
+// are checked through the module (tests/host).
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -100,22 +99,6 @@ TEST_F(PathTest, RedirectMarkerLeadsToNonameOfSameNamedKey) {
   ASSERT_EQ(AddValue(root(), "other", tSTRING, "![CDATA", 7), ResultOk);
   ASSERT_EQ(AddValue(Open("other"), "noname", tSTRING, "payload", 7), ResultOk);
   EXPECT_EQ(FindValue(root(), "other"), FindValueEntry(root(), "other", 5)->value);
-}
-
-// What the reader relies on below the iRegistry checks (which the host tests
-// cover): AddValue adds equal names again, lookups find the first of them.
-TEST_F(PathTest, EqualValueNamesAndUniqueAdds) {
-  AddDword(root(), "Beta", 1);
-  AddDword(root(), "alpha", 2);
-  uint32_t v = 2;
-  EXPECT_EQ(AddUniqueValue(root(), "ALPHA", tDWORD, &v, 4), ErrAlreadyExists);
-  EXPECT_EQ(AddUniqueValue(root(), nullptr, tDWORD, &v, 4), ErrBadParameter);
-  EXPECT_EQ(AddValue(root(), nullptr, tDWORD, &v, 4), ErrBadParameter);
-  EXPECT_EQ(AddValue(root(), "Alpha", tDWORD, &v, 4), ResultOk);
-  EXPECT_EQ(AddValueAt(root(), 1, tDWORD, &v, 4), ErrAlreadyExists);
-  EXPECT_EQ(FindValue(root(), "ALPHA"), GetValueByIndex(root(), 1));
-  EXPECT_EQ(RemoveValue(root(), "alpha"), ResultOk);
-  EXPECT_STREQ(GetValueNameByIndex(root(), 1), "Alpha");
 }
 
 TEST_F(PathTest, ClearingAChainOfOneHundredThousandKeys) {

@@ -331,7 +331,7 @@ class Run {
   // differ only in their high bytes, so that a comparison must see all.
   std::string MakeData(uint32_t type) {
     const uint8_t b = Next() % 8;
-    const uint64_t number = uint64_t{b & 3u} << 40 | uint64_t{b >> 2} << 24 | 0x010101u;
+    const uint64_t number = (uint64_t{b} & 3) << 40 | (uint64_t{b} >> 2) << 24 | 0x010101u;
     switch (type) {
       case tDWORD: return std::string(reinterpret_cast<const char*>(&number), 4);
       case tQWORD: return std::string(reinterpret_cast<const char*>(&number), 8);

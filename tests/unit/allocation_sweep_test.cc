@@ -167,11 +167,11 @@ bool RunOnce(const std::string& profile, Fault fault, long n, bool persistent, s
       continue;
     }
     // A save may absorb a free-store failure (its reservation is only a hint).
-    if (Failed(code) || (step.keeps_tree && fault == Fault::kHostHeap)) EXPECT_TRUE(expected_failure(code)) << std::hex << code;
-    if (step.keeps_tree) EXPECT_EQ(Dump(r), before);
+    if (Failed(code) || (step.keeps_tree && fault == Fault::kHostHeap)) { EXPECT_TRUE(expected_failure(code)) << std::hex << code; }
+    if (step.keeps_tree) { EXPECT_EQ(Dump(r), before); }
   }
   uint32_t keys = 0;
-  if (Succeeded(r.GetKeyCount(&keys, 0))) EXPECT_EQ(prhost::model::Unreachable(r), std::vector<std::string>{});
+  if (Succeeded(r.GetKeyCount(&keys, 0))) { EXPECT_EQ(prhost::model::Unreachable(r), std::vector<std::string>{}); }
   if (!met && dump != nullptr) *dump = Dump(r);
   TraceCapture::quiet = false;
   return met;  // the stores' heaps are checked as they close

@@ -6,14 +6,13 @@
 // The rules: keys and values keep insertion order and the case they were
 // made with; names match without regard to ASCII case (and only ASCII
 // letters fold); values keep their type and bytes (a read of type 0 gives
-// both); deleting a key takes its
-// subtree; a copy merges the source key into the destination key (existing
-// names reused, new ones appended). A store is dirty after a change, where
-// rewriting a number or text with equal bytes is no change but a block
-// always is, an open marks it only for a key made directly below its start,
-// and a copy marks its source store; a Flush of a clean store
-// writes the skip line. Each operation's own line (level 600) ends with
-// ": " and its result.
+// both); deleting a key takes its subtree; a copy merges the source key
+// into the destination key (existing names reused, new ones appended). A
+// store is dirty after a change, where rewriting a number or text with
+// equal bytes is no change but a block always is, an open marks it only for
+// a key made directly below its start, and a copy marks its source store; a
+// Flush of a clean store writes the skip line. Each operation's own line
+// (level 600) ends with ": " and its result.
 //
 // Thread-safety: plain values; one owner.
 #pragma once
